@@ -1,5 +1,6 @@
 #include "Platform/PropertyList.h"
 
+#include <cmath>
 #include <memory>
 
 #include <plist/plist.h>
@@ -114,7 +115,9 @@ plist_t exported(const PropertyList& value) {
     return plist_new_data(reinterpret_cast<const char*>(data->data()), data->size());
   }
   if (const auto* date = value.as<PropertyList::Date>()) {
-    return plist_new_date(static_cast<std::int32_t>(date->secondsSinceReferenceDate), 0);
+    const double seconds = std::floor(date->secondsSinceReferenceDate);
+    const double microseconds = (date->secondsSinceReferenceDate - seconds) * 1e6;
+    return plist_new_date(static_cast<std::int32_t>(seconds), static_cast<std::int32_t>(microseconds));
   }
   if (const auto* array = value.as<PropertyList::Array>()) {
     plist_t node = plist_new_array();

@@ -1,0 +1,72 @@
+#include <csignal>
+
+#include <curl/curl.h>
+
+#include "Platform/Host.h"
+#include "Posix/CurlURLContents.h"
+#include "Posix/FileUserDefaults.h"
+#include "Posix/MainBundle.h"
+#include "Posix/NdjsonSystemLog.h"
+#include "Posix/PosixApplication.h"
+#include "Posix/PosixChildProcess.h"
+#include "Posix/PosixFileManager.h"
+#include "Posix/PosixProcessInfo.h"
+#include "Posix/PosixWorkspace.h"
+#include "Posix/SystemClock.h"
+#include "Posix/ThreadTasks.h"
+
+namespace platform {
+namespace {
+
+using namespace posix;
+
+/// The domain of the standard user defaults: the identifier, or without one the name the process runs under.
+std::string standardDomain(const Bundle& bundle) {
+  return bundle.bundleIdentifier.value_or(program_invocation_short_name);
+}
+
+class PosixHost final : public Host {
+ public:
+  PosixHost() = default;
+
+  Application& sharedApplication() override { return application_; }
+  const Facilities& facilities() override { return facilities_; }
+
+ private:
+  Machine machine_ = Machine::fromEnvironment();
+  SystemClock clock_;
+  PosixApplication application_{clock_};
+  ThreadTasks backgroundTasks_;
+  Bundle mainBundle_ = makeMainBundle(machine_.sysroot);
+  PosixProcessInfo processInfo_{machine_.sysroot};
+  FileUserDefaultsDomains userDefaults_{machine_, standardDomain(mainBundle_)};
+  PosixFileManager fileManager_{machine_.sysroot};
+  HomeSearchPaths searchPaths_{machine_.home};
+  CurlURLContents urlContents_{machine_.sysroot, {}};
+  PosixWorkspace workspace_{machine_};
+  PosixChildProcessLauncher childProcesses_{machine_.sysroot};
+  NdjsonSystemLog systemLog_{machine_.home};
+  Facilities facilities_{.clock = clock_,
+                         .mainRunLoop = application_.mainRunLoop(),
+                         .backgroundTasks = backgroundTasks_,
+                         .mainBundle = mainBundle_,
+                         .processInfo = processInfo_,
+                         .userDefaults = userDefaults_,
+                         .fileManager = fileManager_,
+                         .searchPaths = searchPaths_,
+                         .urlContents = urlContents_,
+                         .workspace = workspace_,
+                         .childProcesses = childProcesses_,
+                         .systemLog = systemLog_};
+};
+
+}  // namespace
+
+std::unique_ptr<Host> makeHost() {
+  // A peer that closes its end is an error of the write, not the end of this process.
+  std::signal(SIGPIPE, SIG_IGN);
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  return std::make_unique<PosixHost>();
+}
+
+}  // namespace platform
