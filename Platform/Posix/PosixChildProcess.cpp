@@ -8,8 +8,9 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
 #include <sys/wait.h>
+
+#include "Posix/Pidfd.h"
 
 namespace platform::posix {
 namespace {

@@ -8,12 +8,12 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include <sys/pidfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "Posix/FileDescriptor.h"
 #include "Posix/MainBundle.h"
+#include "Posix/Pidfd.h"
 #include "Posix/PosixFileManager.h"
 
 namespace platform::posix {
