@@ -34,8 +34,7 @@ void EmergencyUpdateService::launch() {
 
 void EmergencyUpdateService::resolveEnvironments() {
   backendEnvironment_ = EmergencyUpdateServiceBackendEnvironment::production();
-  runtimeEnvironment_ =
-      EmergencyUpdateServiceRuntimeEnvironment::current(platform_.mainBundle, platform_.processInfo);
+  runtimeEnvironment_ = EmergencyUpdateServiceRuntimeEnvironment::current(platform_.mainBundle, platform_.processInfo);
   agentEnvironment_ = EmergencyUpdateServiceAgentEnvironment::current(platform_.mainBundle, platform_.searchPaths);
   if (agentEnvironment_) {
     overrides_.emplace(platform_.userDefaults.standard(), agentEnvironment_->bundleIdentifier);

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-
 #include "CommandLine/CommandExecutor.h"
 #include "EmergencyUpdateList/EmergencyUpdateListChecker.h"
 #include "Environment/EmergencyUpdateServiceAgentEnvironment.h"
@@ -13,18 +10,21 @@
 #include "Logging/EmergencyUpdateServiceLogger.h"
 #include "Platform/Host.h"
 
+#include <memory>
+#include <optional>
+
 namespace corvane {
 
 /// The composition root: builds every component with its constants, owns them for the process lifetime, and starts and
-/// stops the long-running activities. The one place that names implementations. Main thread only; nothing here fails: what
-/// cannot be started is skipped with an `error` record.
+/// stops the long-running activities. The one place that names implementations. Main thread only; nothing here fails:
+/// what cannot be started is skipped with an `error` record.
 class EmergencyUpdateService {
  public:
   /// Builds nothing and starts nothing yet. The facilities must outlive the service.
   explicit EmergencyUpdateService(const platform::Facilities& platform);
 
-  /// Once per process: environments, logging, agent identifier, then the activities. A second call only leaves a `trace`
-  /// record.
+  /// Once per process: environments, logging, agent identifier, then the activities. A second call only leaves a
+  /// `trace` record.
   void launch();
 
   /// Stops the activities; what they have begun off the main thread goes on.

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/NSError.h"
+#include "Platform/URL.h"
+
 #include <expected>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "Platform/NSError.h"
-#include "Platform/URL.h"
 
 namespace platform {
 

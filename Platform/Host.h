@@ -1,7 +1,5 @@
 #pragma once
 
-#include <memory>
-
 #include "Platform/Application.h"
 #include "Platform/BackgroundTasks.h"
 #include "Platform/Bundle.h"
@@ -15,10 +13,12 @@
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
 
+#include <memory>
+
 namespace platform {
 
-/// The platform's process-wide facilities, gathered for the composition root: one of each, none of them owned. Components
-/// are handed the single facility they use, never all of them.
+/// The platform's process-wide facilities, gathered for the composition root: one of each, none of them owned.
+/// Components are handed the single facility they use, never all of them.
 struct Facilities {
   const Clock& clock;
   RunLoop& mainRunLoop;

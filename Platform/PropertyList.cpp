@@ -15,7 +15,9 @@ struct PlistFree {
 };
 using PlistNode = std::unique_ptr<void, PlistFree>;
 
-NSError corrupt() { return {NSCocoaErrorDomain, NSPropertyListReadCorruptError}; }
+NSError corrupt() {
+  return {NSCocoaErrorDomain, NSPropertyListReadCorruptError};
+}
 
 std::expected<PropertyList, NSError> imported(plist_t node, int depth);
 
@@ -104,7 +106,6 @@ std::expected<PropertyList, NSError> imported(plist_t node, int depth) {
       return std::unexpected(corrupt());
   }
 }
-
 
 plist_t exported(const PropertyList& value) {
   if (const auto* boolean = value.as<bool>()) return plist_new_bool(*boolean ? 1 : 0);

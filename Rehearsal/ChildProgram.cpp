@@ -1,14 +1,14 @@
 #include "Rehearsal/ChildProgram.h"
 
+#include "Posix/FileDescriptor.h"
+#include "Posix/Pidfd.h"
+
 #include <csignal>
 #include <stdexcept>
 
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
-
-#include "Posix/FileDescriptor.h"
-#include "Posix/Pidfd.h"
 
 namespace rehearsal {
 namespace {
@@ -39,9 +39,13 @@ ChildProgram::~ChildProgram() {
   reap(true);
 }
 
-void ChildProgram::send(int signal) const { kill(pid_, signal); }
+void ChildProgram::send(int signal) const {
+  kill(pid_, signal);
+}
 
-bool ChildProgram::isRunning() { return !reap(false); }
+bool ChildProgram::isRunning() {
+  return !reap(false);
+}
 
 std::optional<int> ChildProgram::wait(std::chrono::milliseconds limit) {
   if (!status_) {

@@ -1,14 +1,14 @@
 #include "Rehearsal/DryRunRehearsal.h"
 
+#include "Rehearsal/ChildProgram.h"
+#include "Rehearsal/HTTPSServer.h"
+#include "Rehearsal/StandInMac.h"
+
 #include <array>
 #include <atomic>
 #include <csignal>
 
 #include <fmt/format.h>
-
-#include "Rehearsal/ChildProgram.h"
-#include "Rehearsal/HTTPSServer.h"
-#include "Rehearsal/StandInMac.h"
 
 namespace rehearsal {
 namespace {

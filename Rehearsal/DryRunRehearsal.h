@@ -1,9 +1,9 @@
 #pragma once
 
+#include "Rehearsal/Transcript.h"
+
 #include <filesystem>
 #include <string>
-
-#include "Rehearsal/Transcript.h"
 
 namespace rehearsal {
 
@@ -14,8 +14,8 @@ struct Stage {
 };
 
 /// Sets up a stand-in Mac with an older main application, serves a list that asks for a dry run over TLS, starts the
-/// installed agent, shows its records as they come, asks it to quit. True when every step happened as it should; otherwise
-/// the transcript says which did not.
+/// installed agent, shows its records as they come, asks it to quit. True when every step happened as it should;
+/// otherwise the transcript says which did not.
 bool rehearseDryRun(const Stage& stage, Transcript& transcript);
 
 }  // namespace rehearsal

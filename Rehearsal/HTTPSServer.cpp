@@ -10,10 +10,8 @@ namespace rehearsal {
 namespace {
 
 void respond(const HTTPSServer::Handler& handler, const httplib::Request& request, httplib::Response& response) {
-  const HTTPResponse answer = handler({.method = request.method,
-                                       .path = request.path,
-                                       .host = request.get_header_value("Host"),
-                                       .body = request.body});
+  const HTTPResponse answer = handler(
+      {.method = request.method, .path = request.path, .host = request.get_header_value("Host"), .body = request.body});
   response.status = answer.status;
   if (!answer.location.empty()) response.set_header("Location", answer.location);
   response.set_content(answer.body, answer.contentType);
@@ -51,6 +49,8 @@ HTTPSServer::HTTPSServer(const Credentials& credentials, Handler handler)
 
 HTTPSServer::~HTTPSServer() = default;
 
-std::uint16_t HTTPSServer::port() const { return static_cast<std::uint16_t>(implementation_->port); }
+std::uint16_t HTTPSServer::port() const {
+  return static_cast<std::uint16_t>(implementation_->port);
+}
 
 }  // namespace rehearsal

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Rehearsal/CertificateAuthority.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-
-#include "Rehearsal/CertificateAuthority.h"
 
 namespace rehearsal {
 
@@ -23,8 +23,8 @@ struct HTTPRequest {
   std::string body;
 };
 
-/// A real TLS server on a loopback port of its own, from construction to destruction. The handler runs on threads of the
-/// server's, several at once.
+/// A real TLS server on a loopback port of its own, from construction to destruction. The handler runs on threads of
+/// the server's, several at once.
 class HTTPSServer {
  public:
   using Handler = std::function<HTTPResponse(const HTTPRequest&)>;

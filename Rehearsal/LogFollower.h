@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Posix/FileDescriptor.h"
+
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
-
-#include "Posix/FileDescriptor.h"
 
 namespace rehearsal {
 
@@ -28,8 +28,8 @@ class LogFollower {
   /// The next entry; absent when none has come by the deadline. Throws std::runtime_error on a line that is no entry.
   std::optional<LogEntry> next(std::chrono::steady_clock::time_point deadline);
 
-  /// Passes entries by until one has this message, handing each, that one included, to `seen`. False when it has not come
-  /// within `limit`.
+  /// Passes entries by until one has this message, handing each, that one included, to `seen`. False when it has not
+  /// come within `limit`.
   bool waitFor(const std::string& message, std::chrono::milliseconds limit,
                const std::function<void(const LogEntry&)>& seen = {});
 

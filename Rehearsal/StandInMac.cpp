@@ -1,12 +1,12 @@
 #include "Rehearsal/StandInMac.h"
 
+#include "Platform/PropertyList.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
 #include <fmt/format.h>
-
-#include "Platform/PropertyList.h"
 
 namespace rehearsal {
 namespace {

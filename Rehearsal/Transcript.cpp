@@ -12,9 +12,13 @@ void Transcript::line(const std::string& text) {
   std::fflush(stdout);
 }
 
-void Transcript::heading(const std::string& text) { line("\n" + text); }
+void Transcript::heading(const std::string& text) {
+  line("\n" + text);
+}
 
-void Transcript::fact(const std::string& name, const std::string& value) { line(fmt::format("  {:<12} {}", name, value)); }
+void Transcript::fact(const std::string& name, const std::string& value) {
+  line(fmt::format("  {:<12} {}", name, value));
+}
 
 void Transcript::event(const std::string& who, const std::string& text) {
   line(fmt::format("  {:<15} {:<8} {:<32} {}", "", "", "(" + who + ")", text));

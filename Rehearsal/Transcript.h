@@ -1,9 +1,9 @@
 #pragma once
 
+#include "Rehearsal/LogFollower.h"
+
 #include <mutex>
 #include <string>
-
-#include "Rehearsal/LogFollower.h"
 
 namespace rehearsal {
 

@@ -1,10 +1,10 @@
+#include "Rehearsal/DryRunRehearsal.h"
+
 #include <exception>
 #include <filesystem>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-
-#include "Rehearsal/DryRunRehearsal.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "Logging/EmergencyUpdateServiceLogger.h"
+#include "Platform/ChildProcess.h"
+#include "Platform/ProcessInfo.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "Logging/EmergencyUpdateServiceLogger.h"
-#include "Platform/ChildProcess.h"
-#include "Platform/ProcessInfo.h"
 
 namespace corvane {
 
@@ -20,8 +20,8 @@ struct CommandExecutionResult {
   std::optional<std::string> output;
   std::optional<std::string> errorOutput;
 
-  /// Writes one `error` record with the caller's logger when the status is not 0; never the outputs. `purpose` names the
-  /// command ("touch").
+  /// Writes one `error` record with the caller's logger when the status is not 0; never the outputs. `purpose` names
+  /// the command ("touch").
   void logIfFailed(const EmergencyUpdateServiceLogger& logger, std::string_view purpose) const;
 };
 
@@ -32,7 +32,8 @@ class CommandExecutor {
  public:
   virtual ~CommandExecutor() = default;
 
-  /// `launchPath` is the absolute path of the executable, `arguments` its words without the program name. Scripts run as
+  /// `launchPath` is the absolute path of the executable, `arguments` its words without the program name. Scripts run
+  /// as
   /// "/bin/bash" with "-c". Never fails: a child that cannot be started gives a failure status at once.
   virtual CommandExecutionResult execute(CaptureOutput captureOutput, const std::string& launchPath,
                                          const std::vector<std::string>& arguments) = 0;

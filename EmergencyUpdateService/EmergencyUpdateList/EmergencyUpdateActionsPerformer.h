@@ -1,11 +1,11 @@
 #pragma once
 
-#include <memory>
-
 #include "EmergencyUpdateList/EmergencyUpdateContext.h"
 #include "EmergencyUpdateList/EmergencyUpdateInstaller.h"
 #include "EmergencyUpdateList/EmergencyUpdateList.h"
 #include "Logging/EmergencyUpdateServiceLogger.h"
+
+#include <memory>
 
 namespace corvane {
 

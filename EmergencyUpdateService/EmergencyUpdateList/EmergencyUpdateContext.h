@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Environment/EmergencyUpdateServiceRuntimeEnvironment.h"
+#include "Environment/OrvikApp.h"
+#include "Logging/EmergencyUpdateServiceLogger.h"
+
 #include <memory>
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
-
-#include "Environment/EmergencyUpdateServiceRuntimeEnvironment.h"
-#include "Environment/OrvikApp.h"
-#include "Logging/EmergencyUpdateServiceLogger.h"
 
 namespace corvane {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Logging/EmergencyUpdateServiceLogger.h"
+#include "Platform/URL.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
-
-#include "Logging/EmergencyUpdateServiceLogger.h"
-#include "Platform/URL.h"
 
 namespace corvane {
 
@@ -48,11 +48,11 @@ std::string_view rawValue(EmergencyUpdateList::Update::DevicePlatform platform);
 
 /// Turns the downloaded bytes into the list, or into nothing. Stateless; any thread.
 ///
-/// Strict about types and exact about keys; unknown keys are ignored, null means absent only for the two optional fields.
-/// A malformed action object or an unheard-of platform becomes `unknown`; anything else that is wrong rejects the whole
-/// document. Decided here: of a key that stands twice in an object the first counts; a document nested deeper than 512
-/// levels or holding more than a million list elements is rejected, so that memory stays within a small multiple of the
-/// document; what is a URL is said by platform::URL::parse.
+/// Strict about types and exact about keys; unknown keys are ignored, null means absent only for the two optional
+/// fields. A malformed action object or an unheard-of platform becomes `unknown`; anything else that is wrong rejects
+/// the whole document. Decided here: of a key that stands twice in an object the first counts; a document nested deeper
+/// than 512 levels or holding more than a million list elements is rejected, so that memory stays within a small
+/// multiple of the document; what is a URL is said by platform::URL::parse.
 class EmergencyUpdateListParser {
  public:
   explicit EmergencyUpdateListParser(EmergencyUpdateServiceLogger logger) : logger_(logger) {}

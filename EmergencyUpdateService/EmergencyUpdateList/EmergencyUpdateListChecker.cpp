@@ -2,17 +2,18 @@
 
 namespace corvane {
 
-EmergencyUpdateListChecker::~EmergencyUpdateListChecker() { stop(); }
+EmergencyUpdateListChecker::~EmergencyUpdateListChecker() {
+  stop();
+}
 
 void EmergencyUpdateListChecker::start() {
   if (timer_) timer_->invalidate();
-  timer_ = with_.runLoop.scheduledTimer(
-      runIntervalSeconds_, platform::RunLoop::Repeats::yes,
-      [weak = weak_from_this(), &tasks = with_.backgroundTasks] {
-        tasks.start(platform::BackgroundTasks::Priority::background, [weak] {
-          if (const auto checker = weak.lock()) checker->check();
-        });
-      });
+  timer_ = with_.runLoop.scheduledTimer(runIntervalSeconds_, platform::RunLoop::Repeats::yes,
+                                        [weak = weak_from_this(), &tasks = with_.backgroundTasks] {
+                                          tasks.start(platform::BackgroundTasks::Priority::background, [weak] {
+                                            if (const auto checker = weak.lock()) checker->check();
+                                          });
+                                        });
   timer_->fire();
 }
 

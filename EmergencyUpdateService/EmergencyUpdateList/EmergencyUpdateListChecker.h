@@ -1,9 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
-#include <optional>
-
 #include "EmergencyUpdateList/EmergencyUpdateActionsPerformer.h"
 #include "EmergencyUpdateList/EmergencyUpdateContext.h"
 #include "EmergencyUpdateList/EmergencyUpdateListDownloader.h"
@@ -13,13 +9,18 @@
 #include "Platform/Clock.h"
 #include "Platform/RunLoop.h"
 
+#include <atomic>
+#include <memory>
+#include <optional>
+
 namespace corvane {
 
-/// Checks the emergency update list at once and then, from ticks a minute apart, whenever the check interval has passed.
+/// Checks the emergency update list at once and then, from ticks a minute apart, whenever the check interval has
+/// passed.
 ///
 /// start() and stop() belong to the main thread. Each tick starts a background task of its own, which holds the checker
-/// only while it runs; a check blocks it for the whole download and the whole install. A tick that comes while a check is
-/// still running is skipped, so no two checks overlap, however long one takes and however short the interval is.
+/// only while it runs; a check blocks it for the whole download and the whole install. A tick that comes while a check
+/// is still running is skipped, so no two checks overlap, however long one takes and however short the interval is.
 class EmergencyUpdateListChecker : public std::enable_shared_from_this<EmergencyUpdateListChecker> {
  public:
   struct Collaborators {

@@ -1,16 +1,16 @@
 #pragma once
 
-#include <optional>
-#include <string>
-
 #include "Logging/EmergencyUpdateServiceLogger.h"
 #include "Platform/URL.h"
 #include "Platform/URLContents.h"
 
+#include <optional>
+#include <string>
+
 namespace corvane {
 
-/// Fetches the list document. Any thread; blocks it for the whole transfer, which is limited by nothing but the platform's
-/// own time-outs.
+/// Fetches the list document. Any thread; blocks it for the whole transfer, which is limited by nothing but the
+/// platform's own time-outs.
 class EmergencyUpdateListDownloader {
  public:
   EmergencyUpdateListDownloader(EmergencyUpdateServiceLogger logger, platform::URL url,

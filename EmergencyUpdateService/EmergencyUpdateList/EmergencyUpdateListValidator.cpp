@@ -10,8 +10,8 @@ namespace {
 using Update = EmergencyUpdateList::Update;
 
 bool matchesAnyPattern(const std::vector<std::string>& patterns, std::string_view version) {
-  return std::ranges::any_of(
-      patterns, [&](const std::string& pattern) { return matchesVersionPattern(pattern, version); });
+  return std::ranges::any_of(patterns,
+                             [&](const std::string& pattern) { return matchesVersionPattern(pattern, version); });
 }
 
 bool equalIgnoringCase(std::string_view a, std::string_view b) {
@@ -30,8 +30,8 @@ bool matches(const Update& update, const EmergencyUpdateContext& context) {
   });
 }
 
-/// What to perform of an entry's actions. `Unknown` actions are none; a dry run displaces all others; of several installs
-/// the first counts.
+/// What to perform of an entry's actions. `Unknown` actions are none; a dry run displaces all others; of several
+/// installs the first counts.
 std::vector<Update::Action> reduced(const std::vector<Update::Action>& actions) {
   const auto isDryRun = [](const Update::Action& action) { return std::holds_alternative<Update::DryRun>(action); };
   if (std::ranges::any_of(actions, isDryRun)) return {Update::DryRun{}};

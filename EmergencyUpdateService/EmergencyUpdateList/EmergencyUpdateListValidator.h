@@ -1,13 +1,13 @@
 #pragma once
 
+#include "EmergencyUpdateList/EmergencyUpdateContext.h"
+#include "EmergencyUpdateList/EmergencyUpdateList.h"
+#include "Errors/ErrorReflection.h"
+
 #include <expected>
 #include <string_view>
 #include <variant>
 #include <vector>
-
-#include "EmergencyUpdateList/EmergencyUpdateContext.h"
-#include "EmergencyUpdateList/EmergencyUpdateList.h"
-#include "Errors/ErrorReflection.h"
 
 namespace corvane {
 
@@ -29,16 +29,16 @@ class EmergencyUpdateListValidator {
   };
   using ValidationOutcome = std::variant<NoUpdates, NoMatches, Matched>;
 
-  /// The last entry in document order that matches is chosen, and no other tried; of its actions remain a dry run alone if
-  /// there is one, else the first install.
+  /// The last entry in document order that matches is chosen, and no other tried; of its actions remain a dry run alone
+  /// if there is one, else the first install.
   [[nodiscard]] std::expected<ValidationOutcome, ValidationFailure> validate(
       const EmergencyUpdateList& list, const EmergencyUpdateContext& context) const;
 };
 
 ErrorReflection errorReflection(EmergencyUpdateListValidator::ValidationFailure failure);
 
-/// Whether the dot-separated components that pattern and version both have are equal, as texts, pairwise from the first:
-/// "1.2" matches 1.2, 1.2.7 and 1, but neither 1.20 nor 01.2.
+/// Whether the dot-separated components that pattern and version both have are equal, as texts, pairwise from the
+/// first: "1.2" matches 1.2, 1.2.7 and 1, but neither 1.20 nor 01.2.
 bool matchesVersionPattern(std::string_view pattern, std::string_view version);
 
 }  // namespace corvane

@@ -5,9 +5,8 @@ namespace corvane {
 std::optional<EmergencyUpdateServiceAgentEnvironment> EmergencyUpdateServiceAgentEnvironment::current(
     const platform::Bundle& mainBundle, const platform::SearchPaths& searchPaths) {
   if (!mainBundle.bundleIdentifier) return std::nullopt;
-  EmergencyUpdateServiceAgentEnvironment environment{.bundleIdentifier = *mainBundle.bundleIdentifier,
-                                                     .configPlistURL = {},
-                                                     .installationURL = mainBundle.bundleURL};
+  EmergencyUpdateServiceAgentEnvironment environment{
+      .bundleIdentifier = *mainBundle.bundleIdentifier, .configPlistURL = {}, .installationURL = mainBundle.bundleURL};
   if (const auto library = searchPaths.userLibraryDirectory()) {
     environment.configPlistURL = library->appendingPathComponent("LaunchAgents", platform::URL::PathKind::directory)
                                      .appendingPathComponent(environment.bundleIdentifier + ".plist");

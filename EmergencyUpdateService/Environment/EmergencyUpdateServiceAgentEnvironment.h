@@ -1,10 +1,10 @@
 #pragma once
 
-#include <optional>
-#include <string>
-
 #include "Platform/Bundle.h"
 #include "Platform/FileManager.h"
+
+#include <optional>
+#include <string>
 
 namespace corvane {
 

@@ -1,15 +1,15 @@
 #pragma once
 
+#include "Platform/UserDefaults.h"
+
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "Platform/UserDefaults.h"
-
 namespace corvane {
 
-/// The random identifier of this agent, kept in its user defaults: the same for the same user and bundle identifier until
-/// the entry is deleted.
+/// The random identifier of this agent, kept in its user defaults: the same for the same user and bundle identifier
+/// until the entry is deleted.
 class EmergencyUpdateServiceAgentIDProvider {
  public:
   EmergencyUpdateServiceAgentIDProvider(std::shared_ptr<platform::UserDefaults> storage, std::string agentIDKey)

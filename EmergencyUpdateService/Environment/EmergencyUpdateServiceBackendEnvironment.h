@@ -1,13 +1,13 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/URL.h"
+
+#include <string>
 
 namespace corvane {
 
-/// The fixed endpoints the agent talks to. There is one value, production(); a development build gets other hosts through
-/// the build's CORVANE_BACKEND_HOST, CORVANE_DOWNLOAD_HOST and CORVANE_LOG_HOST, not at run time.
+/// The fixed endpoints the agent talks to. There is one value, production(); a development build gets other hosts
+/// through the build's CORVANE_BACKEND_HOST, CORVANE_DOWNLOAD_HOST and CORVANE_LOG_HOST, not at run time.
 struct EmergencyUpdateServiceBackendEnvironment {
   std::string origin;       // web origin, without path or trailing slash
   std::string application;  // names this program to the log collector

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/Clock.h"
+#include "Platform/UserDefaults.h"
+
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "Platform/Clock.h"
-#include "Platform/UserDefaults.h"
 
 namespace corvane {
 
@@ -16,8 +16,8 @@ class EmergencyUpdateServiceOverrides {
   EmergencyUpdateServiceOverrides(std::shared_ptr<const platform::UserDefaults> storage, std::string prefix)
       : storage_(std::move(storage)), prefix_(std::move(prefix)) {}
 
-  /// Under prefix + ".listCheckTimeIntervalSeconds"; absent unless a number (a Boolean is none) is stored there. Read on
-  /// each use.
+  /// Under prefix + ".listCheckTimeIntervalSeconds"; absent unless a number (a Boolean is none) is stored there. Read
+  /// on each use.
   [[nodiscard]] std::optional<platform::TimeInterval> listCheckTimeIntervalSeconds() const;
 
  private:

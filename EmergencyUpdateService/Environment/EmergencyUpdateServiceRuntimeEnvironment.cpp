@@ -13,8 +13,12 @@ std::string bundleVersion(const platform::Bundle& bundle) {
   return *entry->second.string();
 }
 
-bool isASCII(char c) { return static_cast<unsigned char>(c) < 0x80; }
-bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+bool isASCII(char c) {
+  return static_cast<unsigned char>(c) < 0x80;
+}
+bool isControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
 
 std::string devicePlatform(std::string_view machineField) {
   if (!std::ranges::all_of(machineField, isASCII)) return {};

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/Bundle.h"
 #include "Platform/ProcessInfo.h"
+
+#include <string>
 
 namespace corvane {
 

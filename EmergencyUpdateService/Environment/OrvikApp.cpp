@@ -1,8 +1,8 @@
 #include "Environment/OrvikApp.h"
 
-#include <algorithm>
-
 #include "Platform/PropertyList.h"
+
+#include <algorithm>
 
 namespace corvane::OrvikApp {
 namespace {
@@ -40,8 +40,8 @@ std::optional<std::string> StateProviderImpl::bundleVersion() const {
     logger_.error({"Could not retrieve orvik application installation URL"}, at("bundleVersion"));
     return std::nullopt;
   }
-  const platform::URL plistURL = url->appendingPathComponent("Contents", platform::URL::PathKind::directory)
-                                     .appendingPathComponent("Info.plist");
+  const platform::URL plistURL =
+      url->appendingPathComponent("Contents", platform::URL::PathKind::directory).appendingPathComponent("Info.plist");
   if (!fileManager_.fileExists(plistURL.path())) {
     logger_.error({"Info plist could not be found"}, at("bundleVersion"));
     return std::nullopt;

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "Logging/EmergencyUpdateServiceLogger.h"
 #include "Platform/FileManager.h"
 #include "Platform/ProcessInfo.h"
 #include "Platform/Workspace.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 /// The main application, which the agent exists to keep repairable.
 namespace corvane::OrvikApp {

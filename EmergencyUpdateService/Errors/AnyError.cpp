@@ -100,6 +100,8 @@ std::string AnyError::sanitizedDescription() const {
   return builder.description();
 }
 
-std::string sanitizedDescription(const AnyError& error) { return error.sanitizedDescription(); }
+std::string sanitizedDescription(const AnyError& error) {
+  return error.sanitizedDescription();
+}
 
 }  // namespace corvane

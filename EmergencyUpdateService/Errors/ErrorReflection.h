@@ -26,15 +26,15 @@ struct ErrorReflection {
   enum class DisplayStyle { enumeration, structure, classInstance, other };
 
   DisplayStyle displayStyle = DisplayStyle::other;
-  std::string_view typeName;  // without module and enclosing types
-  std::string_view domain;    // as a platform error: the type name in full
-  std::int64_t code = 1;      // as a platform error; of an enumeration the index of its case
-  std::string description;    // textual, of a structure
+  std::string_view typeName;         // without module and enclosing types
+  std::string_view domain;           // as a platform error: the type name in full
+  std::int64_t code = 1;             // as a platform error; of an enumeration the index of its case
+  std::string description;           // textual, of a structure
   std::optional<EnumCase> enumCase;  // of an enumeration
 };
 
-/// An error type says what it is by one function beside it, `ErrorReflection errorReflection(const E&)`. A type without it
-/// cannot be logged as an error; the compiler says so.
+/// An error type says what it is by one function beside it, `ErrorReflection errorReflection(const E&)`. A type without
+/// it cannot be logged as an error; the compiler says so.
 template <class E>
 concept ReflectedError = requires(const E& error) {
   { errorReflection(error) } -> std::same_as<ErrorReflection>;

@@ -6,7 +6,9 @@
 
 namespace corvane {
 
-nlohmann::ordered_json encode(const std::vector<std::string>& texts) { return texts; }
+nlohmann::ordered_json encode(const std::vector<std::string>& texts) {
+  return texts;
+}
 
 std::string description(const std::vector<std::string>& texts) {
   std::vector<std::string> quoted;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Errors/AnyError.h"
+
 #include <array>
 #include <concepts>
 #include <cstdint>
@@ -8,8 +10,6 @@
 #include <string_view>
 #include <variant>
 #include <vector>
-
-#include "Errors/AnyError.h"
 
 namespace corvane {
 
@@ -28,8 +28,9 @@ Hidden<T> hidden(const T& value) {
 /// What a log call says: literal text with "{}" where a value goes, and the values. It only refers to its values, so it
 /// lives no longer than the log call it is written in, and a record that nobody wants costs no more than a few stores.
 ///
-/// Without values it is a plain literal. With values it is a list of segments in writing order: the literal pieces around
-/// the holes, empty ones included, and the values between them. That each value has its hole is checked when compiling.
+/// Without values it is a plain literal. With values it is a list of segments in writing order: the literal pieces
+/// around the holes, empty ones included, and the values between them. That each value has its hole is checked when
+/// compiling.
 class EmergencyUpdateServiceLogMessage {
  public:
   struct Private {

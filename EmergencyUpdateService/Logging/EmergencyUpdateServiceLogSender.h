@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Logging/EmergencyUpdateServiceLogExtra.h"
+#include "Logging/EmergencyUpdateServiceLogMessage.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "Logging/EmergencyUpdateServiceLogExtra.h"
-#include "Logging/EmergencyUpdateServiceLogMessage.h"
 
 namespace corvane {
 
@@ -48,7 +48,8 @@ class EmergencyUpdateServiceNullLogSender final : public EmergencyUpdateServiceL
 /// Hands every call on to each of its senders, in order.
 class EmergencyUpdateServiceCompositeLogSender final : public EmergencyUpdateServiceLogSender {
  public:
-  explicit EmergencyUpdateServiceCompositeLogSender(std::vector<std::shared_ptr<EmergencyUpdateServiceLogSender>> loggers)
+  explicit EmergencyUpdateServiceCompositeLogSender(
+      std::vector<std::shared_ptr<EmergencyUpdateServiceLogSender>> loggers)
       : loggers_(std::move(loggers)) {}
 
   void setAgentID(const std::string& agentID) override {

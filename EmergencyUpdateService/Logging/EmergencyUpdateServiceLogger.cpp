@@ -1,10 +1,10 @@
 #include "Logging/EmergencyUpdateServiceLogger.h"
 
+#include "Logging/EmergencyUpdateServicePrintLogSender.h"
+
 #include <array>
 #include <atomic>
 #include <utility>
-
-#include "Logging/EmergencyUpdateServicePrintLogSender.h"
 
 namespace corvane {
 namespace {
@@ -24,7 +24,9 @@ SharedSender& shared() {
 
 }  // namespace
 
-std::string_view rawValue(LogLevel level) { return rawValues[static_cast<std::size_t>(level)]; }
+std::string_view rawValue(LogLevel level) {
+  return rawValues[static_cast<std::size_t>(level)];
+}
 
 std::optional<LogLevel> logLevel(std::string_view rawValue) {
   for (std::size_t i = 0; i < rawValues.size(); ++i) {

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <source_location>
-#include <string_view>
-
 #include "Environment/EmergencyUpdateServiceBackendEnvironment.h"
 #include "Environment/EmergencyUpdateServiceRuntimeEnvironment.h"
 #include "Logging/EmergencyUpdateServiceLogSender.h"
 #include "Platform/SystemLog.h"
+
+#include <memory>
+#include <optional>
+#include <source_location>
+#include <string_view>
 
 namespace corvane {
 
@@ -19,8 +19,8 @@ struct CallSite {
   std::string_view function;
 };
 
-/// The caller's file (below the source root, without its extension) and line, with the signature of the operation as the
-/// records spell it: at("download(from:)").
+/// The caller's file (below the source root, without its extension) and line, with the signature of the operation as
+/// the records spell it: at("download(from:)").
 consteval CallSite at(const char* function, std::source_location location = std::source_location::current()) {
   constexpr std::string_view root = "EmergencyUpdateService/";
   std::string_view file = location.file_name();
@@ -58,8 +58,12 @@ class EmergencyUpdateServiceLogger {
   void debug(const Message& message, CallSite site, Extra extra = {}) const {
     log(LogLevel::debug, message, site, extra);
   }
-  void info(const Message& message, CallSite site, Extra extra = {}) const { log(LogLevel::info, message, site, extra); }
-  void warn(const Message& message, CallSite site, Extra extra = {}) const { log(LogLevel::warn, message, site, extra); }
+  void info(const Message& message, CallSite site, Extra extra = {}) const {
+    log(LogLevel::info, message, site, extra);
+  }
+  void warn(const Message& message, CallSite site, Extra extra = {}) const {
+    log(LogLevel::warn, message, site, extra);
+  }
   void error(const Message& message, CallSite site, Extra extra = {}) const {
     log(LogLevel::error, message, site, extra);
   }
@@ -83,8 +87,8 @@ class EmergencyUpdateServiceLogger {
   static std::shared_ptr<EmergencyUpdateServiceLogSender> setSharedSender(
       std::shared_ptr<EmergencyUpdateServiceLogSender> sender);
 
-  /// With both environments present, makes the process-wide sender the composite of all destinations: the system log from
-  /// `debug` up. Otherwise does nothing.
+  /// With both environments present, makes the process-wide sender the composite of all destinations: the system log
+  /// from `debug` up. Otherwise does nothing.
   static void configure(const std::optional<EmergencyUpdateServiceBackendEnvironment>& backendEnvironment,
                         const std::optional<EmergencyUpdateServiceRuntimeEnvironment>& runtimeEnvironment,
                         platform::SystemLog& systemLog);

@@ -5,8 +5,9 @@
 
 namespace corvane {
 
-/// Writes records of `minLogLevel` and above to the system log: subsystem "com.corvane", the logger's name as category, the
-/// full rendering as text, private values included, followed by the extra value where that has a textual description.
+/// Writes records of `minLogLevel` and above to the system log: subsystem "com.corvane", the logger's name as category,
+/// the full rendering as text, private values included, followed by the extra value where that has a textual
+/// description.
 class EmergencyUpdateServicePrintLogSender final : public EmergencyUpdateServiceLogSender {
  public:
   EmergencyUpdateServicePrintLogSender(platform::SystemLog& systemLog, LogLevel minLogLevel)

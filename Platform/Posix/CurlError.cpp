@@ -75,6 +75,8 @@ URLErrorCode errorCode(CURLcode code, long systemError) {
 
 }  // namespace
 
-NSError urlError(CURLcode code, long systemError) { return {NSURLErrorDomain, errorCode(code, systemError)}; }
+NSError urlError(CURLcode code, long systemError) {
+  return {NSURLErrorDomain, errorCode(code, systemError)};
+}
 
 }  // namespace platform::posix

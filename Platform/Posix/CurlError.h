@@ -1,13 +1,13 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include "Platform/NSError.h"
+
+#include <curl/curl.h>
 
 namespace platform::posix {
 
-/// The NSURLErrorDomain error for a transfer that curl gave up: the one table of its codes. `systemError` is the errno of
-/// the failed connection (CURLINFO_OS_ERRNO), 0 when there is none.
+/// The NSURLErrorDomain error for a transfer that curl gave up: the one table of its codes. `systemError` is the errno
+/// of the failed connection (CURLINFO_OS_ERRNO), 0 when there is none.
 NSError urlError(CURLcode code, long systemError);
 
 }  // namespace platform::posix

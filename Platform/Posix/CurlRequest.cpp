@@ -1,10 +1,10 @@
 #include "Posix/CurlRequest.h"
 
+#include "Posix/FileDescriptor.h"
+
 #include <sstream>
 
 #include <unistd.h>
-
-#include "Posix/FileDescriptor.h"
 
 namespace platform::posix {
 namespace {

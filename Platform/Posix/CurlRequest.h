@@ -1,19 +1,19 @@
 #pragma once
 
+#include "Platform/URL.h"
+#include "Posix/Sysroot.h"
+
 #include <chrono>
 #include <memory>
 #include <string>
 
 #include <curl/curl.h>
 
-#include "Platform/URL.h"
-#include "Posix/Sysroot.h"
-
 namespace platform::posix {
 
 /// One easy handle with what every request of this machine has in common: verified certificates (the sysroot's
-/// etc/ssl/cert.pem when it is there), the sysroot's connect-to lines, no proxy, http and https only, up to 20 redirects
-/// and none from https to http, an idle time-out. Curl must have been initialized. One thread at a time.
+/// etc/ssl/cert.pem when it is there), the sysroot's connect-to lines, no proxy, http and https only, up to 20
+/// redirects and none from https to http, an idle time-out. Curl must have been initialized. One thread at a time.
 class CurlRequest {
  public:
   CurlRequest(const URL& url, const Sysroot& sysroot, long idleSeconds);

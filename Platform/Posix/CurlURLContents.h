@@ -5,8 +5,8 @@
 
 namespace platform::posix {
 
-/// libcurl, one connection a read; the sysroot's connect-to lines and certificate file are looked up for each. The limits
-/// are the platform's: 60 seconds without a byte, seven days in all.
+/// libcurl, one connection a read; the sysroot's connect-to lines and certificate file are looked up for each. The
+/// limits are the platform's: 60 seconds without a byte, seven days in all.
 class CurlURLContents final : public URLContents {
  public:
   struct Limits {

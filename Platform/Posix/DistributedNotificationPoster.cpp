@@ -1,5 +1,7 @@
 #include "Posix/DistributedNotificationPoster.h"
 
+#include "Posix/FileDescriptor.h"
+
 #include <cerrno>
 #include <filesystem>
 
@@ -7,8 +9,6 @@
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <sys/un.h>
-
-#include "Posix/FileDescriptor.h"
 
 namespace platform::posix {
 namespace {

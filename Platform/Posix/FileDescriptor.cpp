@@ -24,7 +24,7 @@ int writeAll(int descriptor, std::string_view bytes) {
 std::expected<std::string, int> readRegularFile(const std::string& machinePath, std::size_t maximumBytes) {
   const FileDescriptor file(open(machinePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!file) return std::unexpected(errno);
-  struct stat status {};
+  struct stat status{};
   if (fstat(file.get(), &status) != 0) return std::unexpected(errno);
   if (S_ISDIR(status.st_mode)) return std::unexpected(EISDIR);
   if (!S_ISREG(status.st_mode)) return std::unexpected(EACCES);

@@ -1,9 +1,9 @@
 #include "Posix/FileUserDefaults.h"
 
+#include "Posix/FileDescriptor.h"
+
 #include <cerrno>
 #include <mutex>
-
-#include "Posix/FileDescriptor.h"
 
 namespace platform::posix {
 namespace {
@@ -53,7 +53,9 @@ FileUserDefaultsDomains::FileUserDefaultsDomains(const Machine& machine, std::st
     : folder_(machine.home + "/Library/Preferences"),
       standard_(std::make_shared<FileUserDefaults>(folder_, standardDomain)) {}
 
-std::shared_ptr<UserDefaults> FileUserDefaultsDomains::standard() { return standard_; }
+std::shared_ptr<UserDefaults> FileUserDefaultsDomains::standard() {
+  return standard_;
+}
 
 std::shared_ptr<UserDefaults> FileUserDefaultsDomains::suite(std::string_view name) {
   if (name.empty() || name.contains('/') || name.contains('\0')) return nullptr;

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/UserDefaults.h"
 #include "Posix/Machine.h"
+
+#include <string>
 
 namespace platform::posix {
 

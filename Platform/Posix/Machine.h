@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "Posix/Sysroot.h"
+
+#include <string>
 
 namespace platform::posix {
 

@@ -1,18 +1,20 @@
 #include "Posix/MainBundle.h"
 
+#include "Posix/FileDescriptor.h"
+
 #include <array>
 #include <climits>
 
 #include <unistd.h>
-
-#include "Posix/FileDescriptor.h"
 
 namespace platform::posix {
 namespace {
 
 constexpr std::size_t maximumInfoPlistBytes = std::size_t{16} << 20U;
 
-std::string parentOf(std::string_view path) { return std::string(path.substr(0, path.rfind('/'))); }
+std::string parentOf(std::string_view path) {
+  return std::string(path.substr(0, path.rfind('/')));
+}
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 #include "Posix/NdjsonSystemLog.h"
 
+#include "Posix/FileDescriptor.h"
+
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -9,8 +11,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
-
-#include "Posix/FileDescriptor.h"
 
 namespace platform::posix {
 namespace {
@@ -56,18 +56,15 @@ NdjsonSystemLog::NdjsonSystemLog(const std::string& home)
 void NdjsonSystemLog::write(std::string_view subsystem, std::string_view category, Type type,
                             std::string_view message) {
   const std::string time = timestamp();
-  const nlohmann::ordered_json entry = {{"timestamp", time},
-                                        {"messageType", typeName(type)},
-                                        {"eventMessage", message},
-                                        {"subsystem", subsystem},
-                                        {"category", category},
-                                        {"processID", getpid()},
-                                        {"threadID", gettid()},
-                                        {"processImagePath", processImagePath_}};
+  const nlohmann::ordered_json entry = {{"timestamp", time},       {"messageType", typeName(type)},
+                                        {"eventMessage", message}, {"subsystem", subsystem},
+                                        {"category", category},    {"processID", getpid()},
+                                        {"threadID", gettid()},    {"processImagePath", processImagePath_}};
   const std::string line = entry.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
   FileDescriptor file = openForAppending(path_);
   if (!file && errno == ENOENT && makeFolders(folder_, 0700) == 0) file = openForAppending(path_);
-  if (file) [[maybe_unused]] const ssize_t written = ::write(file.get(), line.data(), line.size());
+  if (file) [[maybe_unused]]
+    const ssize_t written = ::write(file.get(), line.data(), line.size());
   if (isatty(STDERR_FILENO) == 1) {
     const std::string readable = fmt::format("{} {:7} [{}] {}\n", time, typeName(type), category, message);
     [[maybe_unused]] const ssize_t shown = ::write(STDERR_FILENO, readable.data(), readable.size());

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/SystemLog.h"
+
+#include <string>
 
 namespace platform::posix {
 
 /// One line of JSON an entry, with the field names of `log show --style ndjson`, appended by a single write to
-/// $HOME/Library/Logs/system.ndjson; a readable line to standard error as well when that is a terminal. The file is opened
-/// for each entry, so it may be moved away at any time. Entries are not cut to the platform's 1024 bytes; bytes that are
-/// not UTF-8 become U+FFFD. An entry that cannot be written is lost.
+/// $HOME/Library/Logs/system.ndjson; a readable line to standard error as well when that is a terminal. The file is
+/// opened for each entry, so it may be moved away at any time. Entries are not cut to the platform's 1024 bytes; bytes
+/// that are not UTF-8 become U+FFFD. An entry that cannot be written is lost.
 class NdjsonSystemLog final : public SystemLog {
  public:
   explicit NdjsonSystemLog(const std::string& home);

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/Application.h"
+#include "Platform/RunLoop.h"
+
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
-
-#include "Platform/Application.h"
-#include "Platform/RunLoop.h"
 
 namespace platform::posix {
 

@@ -1,5 +1,7 @@
 #include "Posix/PosixChildProcess.h"
 
+#include "Posix/Pidfd.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -9,8 +11,6 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
-
-#include "Posix/Pidfd.h"
 
 namespace platform::posix {
 namespace {
@@ -75,8 +75,8 @@ bool drain(const FileDescriptor& pipe, std::string& output) {
 /// Collects both pipes until the child has exited, and then what it left in them.
 void collect(pid_t child, Pipe& out, Pipe& err, std::string& output, std::string& errorOutput) {
   const FileDescriptor process(pidfd_open(child, 0));
-  std::array<pollfd, 3> waits{{{out.readingEnd.get(), POLLIN, 0}, {err.readingEnd.get(), POLLIN, 0},
-                               {process.get(), POLLIN, 0}}};
+  std::array<pollfd, 3> waits{
+      {{out.readingEnd.get(), POLLIN, 0}, {err.readingEnd.get(), POLLIN, 0}, {process.get(), POLLIN, 0}}};
   while (process && (waits[2].revents & POLLIN) == 0) {
     if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) break;
     if (waits[0].revents != 0 && !drain(out.readingEnd, output)) waits[0].fd = -1;

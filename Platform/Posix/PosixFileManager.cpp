@@ -1,14 +1,14 @@
 #include "Posix/PosixFileManager.h"
 
+#include "Posix/FileDescriptor.h"
+#include "Posix/PosixError.h"
+
 #include <array>
 #include <climits>
 #include <cstdlib>
 
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "Posix/FileDescriptor.h"
-#include "Posix/PosixError.h"
 
 namespace platform::posix {
 namespace {
@@ -34,7 +34,7 @@ std::string standardized(std::string_view path) {
 }  // namespace
 
 bool PosixFileManager::fileExists(const std::string& path) const {
-  struct stat status {};
+  struct stat status{};
   return stat(sysroot_.machinePath(path).c_str(), &status) == 0;
 }
 

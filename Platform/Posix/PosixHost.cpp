@@ -1,7 +1,3 @@
-#include <csignal>
-
-#include <curl/curl.h>
-
 #include "Platform/Host.h"
 #include "Posix/CurlURLContents.h"
 #include "Posix/FileUserDefaults.h"
@@ -14,6 +10,10 @@
 #include "Posix/PosixWorkspace.h"
 #include "Posix/SystemClock.h"
 #include "Posix/ThreadTasks.h"
+
+#include <csignal>
+
+#include <curl/curl.h>
 
 namespace platform {
 namespace {

@@ -1,11 +1,11 @@
 #include "Posix/PosixProcessInfo.h"
 
+#include "Platform/PropertyList.h"
+#include "Posix/FileDescriptor.h"
+
 #include <charconv>
 
 #include <sys/utsname.h>
-
-#include "Platform/PropertyList.h"
-#include "Posix/FileDescriptor.h"
 
 namespace platform::posix {
 namespace {
@@ -25,8 +25,8 @@ int takenNumber(std::string_view& text) {
 }  // namespace
 
 OperatingSystemVersion PosixProcessInfo::operatingSystemVersion() const {
-  const auto bytes = readRegularFile(
-      sysroot_.machinePath("/System/Library/CoreServices/SystemVersion.plist"), maximumFileBytes);
+  const auto bytes =
+      readRegularFile(sysroot_.machinePath("/System/Library/CoreServices/SystemVersion.plist"), maximumFileBytes);
   if (!bytes) return {};
   const auto plist = PropertyList::parse(*bytes);
   const PropertyList* product = plist ? (*plist)["ProductVersion"] : nullptr;

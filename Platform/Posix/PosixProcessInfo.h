@@ -5,8 +5,8 @@
 
 namespace platform::posix {
 
-/// Version from /System/Library/CoreServices/SystemVersion.plist; machine from the first line of the file `machine` beside
-/// it, else from uname(2), which calls arm64 aarch64.
+/// Version from /System/Library/CoreServices/SystemVersion.plist; machine from the first line of the file `machine`
+/// beside it, else from uname(2), which calls arm64 aarch64.
 class PosixProcessInfo final : public ProcessInfo {
  public:
   explicit PosixProcessInfo(Sysroot sysroot) : sysroot_(std::move(sysroot)) {}

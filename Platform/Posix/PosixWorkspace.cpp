@@ -1,5 +1,10 @@
 #include "Posix/PosixWorkspace.h"
 
+#include "Posix/FileDescriptor.h"
+#include "Posix/MainBundle.h"
+#include "Posix/Pidfd.h"
+#include "Posix/PosixFileManager.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -11,20 +16,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Posix/FileDescriptor.h"
-#include "Posix/MainBundle.h"
-#include "Posix/Pidfd.h"
-#include "Posix/PosixFileManager.h"
-
 namespace platform::posix {
 namespace {
 
 namespace fs = std::filesystem;
 
-bool isApplicationName(std::string_view name) { return name.ends_with(".app"); }
+bool isApplicationName(std::string_view name) {
+  return name.ends_with(".app");
+}
 
-/// The directories in a folder of the machine, links to directories included, sorted by the bytes of their names. A folder
-/// that cannot be read has none.
+/// The directories in a folder of the machine, links to directories included, sorted by the bytes of their names. A
+/// folder that cannot be read has none.
 std::vector<std::string> subdirectories(const std::string& folder) {
   std::vector<std::string> names;
   std::error_code error;
@@ -36,16 +38,17 @@ std::vector<std::string> subdirectories(const std::string& folder) {
   return names;
 }
 
-void appendBundles(const std::string& folder, const std::vector<std::string>& names, std::vector<std::string>& bundles) {
+void appendBundles(const std::string& folder, const std::vector<std::string>& names,
+                   std::vector<std::string>& bundles) {
   for (const std::string& name : names) {
     if (isApplicationName(name)) bundles.push_back(folder + "/" + name);
   }
 }
 
-/// Where the executable of a process lies, also when the file has been replaced since; absent for a process that is gone,
-/// is a zombie or belongs to somebody else.
+/// Where the executable of a process lies, also when the file has been replaced since; absent for a process that is
+/// gone, is a zombie or belongs to somebody else.
 std::optional<std::string> executablePath(const std::string& processFolder) {
-  struct stat owner {};
+  struct stat owner{};
   if (stat(processFolder.c_str(), &owner) != 0 || owner.st_uid != getuid()) return std::nullopt;
   const std::string link = processFolder + "/exe";
   std::array<char, PATH_MAX + 16> target{};
@@ -55,8 +58,8 @@ std::optional<std::string> executablePath(const std::string& processFolder) {
   static constexpr std::string_view deleted = " (deleted)";
   if (path.ends_with(deleted)) {
     // The kernel marks a file that is gone; a file that bears such a name is still there and is the very same.
-    struct stat named {};
-    struct stat running {};
+    struct stat named{};
+    struct stat running{};
     const bool isItsName = stat(path.c_str(), &named) == 0 && stat(link.c_str(), &running) == 0 &&
                            named.st_dev == running.st_dev && named.st_ino == running.st_ino;
     if (!isItsName) path.resize(path.size() - deleted.size());

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "Posix/FileDescriptor.h"
 #include "Posix/Sysroot.h"
+
+#include <string>
+#include <vector>
 
 namespace platform::posix {
 

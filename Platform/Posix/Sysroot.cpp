@@ -53,8 +53,12 @@ std::string Sysroot::macPath(std::string_view machinePath) const {
   return std::string(machinePath);
 }
 
-std::string Sysroot::beneath(std::string_view relativePath) const { return root_ + "/" + std::string(relativePath); }
+std::string Sysroot::beneath(std::string_view relativePath) const {
+  return root_ + "/" + std::string(relativePath);
+}
 
-bool Sysroot::contains(std::string_view machinePath) const { return isBeneath(machinePath, resolvedRoot_); }
+bool Sysroot::contains(std::string_view machinePath) const {
+  return isBeneath(machinePath, resolvedRoot_);
+}
 
 }  // namespace platform::posix

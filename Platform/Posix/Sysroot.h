@@ -5,9 +5,9 @@
 
 namespace platform::posix {
 
-/// Where the stand-in Mac's own files lie. A Mac path is an absolute path whose first component is Applications, Library,
-/// Network, System or Volumes, or one of the system tools; it names the file at sysroot + path. Every other path is the
-/// machine's own and passes unchanged.
+/// Where the stand-in Mac's own files lie. A Mac path is an absolute path whose first component is Applications,
+/// Library, Network, System or Volumes, or one of the system tools; it names the file at sysroot + path. Every other
+/// path is the machine's own and passes unchanged.
 class Sysroot {
  public:
   /// `root` is an absolute path; "/" or empty for none.

@@ -16,7 +16,11 @@ TimeInterval seconds(clockid_t clock) {
 
 }  // namespace
 
-TimeInterval SystemClock::uptime() const { return seconds(CLOCK_MONOTONIC); }
-TimeInterval SystemClock::date() const { return seconds(CLOCK_REALTIME) - referenceDateSinceEpoch; }
+TimeInterval SystemClock::uptime() const {
+  return seconds(CLOCK_MONOTONIC);
+}
+TimeInterval SystemClock::date() const {
+  return seconds(CLOCK_REALTIME) - referenceDateSinceEpoch;
+}
 
 }  // namespace platform::posix

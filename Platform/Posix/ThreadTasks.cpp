@@ -7,8 +7,8 @@
 namespace platform::posix {
 namespace {
 
-/// Signals are the main thread's: for the lifetime of this object the calling thread, and so a thread it starts, has all
-/// of them blocked.
+/// Signals are the main thread's: for the lifetime of this object the calling thread, and so a thread it starts, has
+/// all of them blocked.
 class SignalsBlocked {
  public:
   SignalsBlocked() {

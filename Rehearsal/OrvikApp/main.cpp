@@ -1,7 +1,7 @@
-#include <csignal>
-
 #include "Posix/DistributedNotificationPoster.h"
 #include "Posix/Machine.h"
+
+#include <csignal>
 
 /// A main application to rehearse with: it announces that it has launched, waits to be asked to quit, announces that it
 /// terminates, and does nothing else.
