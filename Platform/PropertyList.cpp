@@ -96,7 +96,7 @@ std::expected<PropertyList, NSError> imported(plist_t node, int depth) {
       std::int32_t seconds = 0;
       std::int32_t microseconds = 0;
       plist_get_date_val(node, &seconds, &microseconds);
-      return PropertyList(PropertyList::Date{seconds + microseconds / 1e6});
+      return PropertyList(PropertyList::Date{seconds + (microseconds / 1e6)});
     }
     case PLIST_ARRAY:
       return importedArray(node, depth);

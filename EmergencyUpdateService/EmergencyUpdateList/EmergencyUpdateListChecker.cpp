@@ -59,7 +59,7 @@ void EmergencyUpdateListChecker::checkNow() {
 }
 
 void EmergencyUpdateListChecker::act(const EmergencyUpdateListValidator::ValidationOutcome& outcome,
-                                     const EmergencyUpdateContext& context) {
+                                     const EmergencyUpdateContext& context) const {
   using Validator = EmergencyUpdateListValidator;
   if (std::holds_alternative<Validator::NoUpdates>(outcome)) {
     with_.logger.info({"Validation succeeded with no updates"}, at("check()"));

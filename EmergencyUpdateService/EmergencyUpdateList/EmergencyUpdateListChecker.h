@@ -58,7 +58,7 @@ class EmergencyUpdateListChecker : public std::enable_shared_from_this<Emergency
  private:
   [[nodiscard]] bool isDue();
   void checkNow();
-  void act(const EmergencyUpdateListValidator::ValidationOutcome& outcome, const EmergencyUpdateContext& context);
+  void act(const EmergencyUpdateListValidator::ValidationOutcome& outcome, const EmergencyUpdateContext& context) const;
 
   Collaborators with_;
   const platform::TimeInterval runIntervalSeconds_;

@@ -117,10 +117,12 @@ class Decoder final : public json::json_sax_t {
         update().appVersions.push_back(std::move(text));
         return countElement();
       case Slot::osVersionsElement:
-        update().osVersions->push_back(std::move(text));
+        update().osVersions->push_back(
+            std::move(text));  // NOLINT(bugprone-unchecked-optional-access): made by start_array()
         return countElement();
       case Slot::devicePlatformsElement:
-        update().devicePlatforms->push_back(devicePlatform(text));
+        update().devicePlatforms->push_back(
+            devicePlatform(text));  // NOLINT(bugprone-unchecked-optional-access): the same
         return countElement();
       case Slot::url:
         installURL_ = platform::URL::parse(text);

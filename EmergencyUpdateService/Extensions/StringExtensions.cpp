@@ -3,6 +3,15 @@
 #include <cstdint>
 
 namespace corvane {
+namespace {
+
+/// Of a sequence of more than one byte, by its first.
+std::size_t sequenceLength(std::uint8_t lead) {
+  if (lead >= 0xF0) return 4;
+  return lead >= 0xE0 ? 3 : 2;
+}
+
+}  // namespace
 
 bool isUTF8(std::string_view bytes) {
   for (std::size_t i = 0; i < bytes.size();) {
@@ -11,7 +20,7 @@ bool isUTF8(std::string_view bytes) {
       ++i;
       continue;
     }
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    const std::size_t length = sequenceLength(lead);
     if (lead < 0xC2 || lead > 0xF4 || i + length > bytes.size()) return false;
     std::uint32_t scalar = lead & (0xFFU >> (length + 1));
     for (std::size_t k = 1; k < length; ++k) {

@@ -12,6 +12,7 @@ nlohmann::ordered_json encode(const std::vector<std::string>& texts) {
 
 std::string description(const std::vector<std::string>& texts) {
   std::vector<std::string> quoted;
+  quoted.reserve(texts.size());
   for (const std::string& text : texts) quoted.push_back("\"" + text + "\"");
   return fmt::format("[{}]", fmt::join(quoted, ", "));
 }

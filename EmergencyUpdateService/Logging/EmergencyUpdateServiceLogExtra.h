@@ -9,6 +9,9 @@
 
 namespace corvane {
 
+nlohmann::ordered_json encode(const std::vector<std::string>& texts);
+std::string description(const std::vector<std::string>& texts);
+
 /// A value that can be attached to a record: a function `encode(const T&)` beside its type makes the JSON value.
 template <class T>
 concept Encodable = requires(const T& value) {
@@ -20,9 +23,6 @@ template <class T>
 concept CustomStringConvertible = requires(const T& value) {
   { description(value) } -> std::same_as<std::string>;
 };
-
-nlohmann::ordered_json encode(const std::vector<std::string>& texts);
-std::string description(const std::vector<std::string>& texts);
 
 /// The optional structured data of a record. Refers to the value, so it lives no longer than the log call.
 class EmergencyUpdateServiceLogExtra {

@@ -42,6 +42,7 @@ CurlRequest::CurlRequest(const URL& url, const Sysroot& sysroot, long idleSecond
   CURL* handle = handle_.get();
   if (handle == nullptr) return;
   curl_easy_setopt(handle, CURLOPT_URL, url.absoluteString().c_str());
+  curl_easy_setopt(handle, CURLOPT_DEFAULT_PROTOCOL, "none");  // a reference without a scheme is not to be guessed at
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(handle, CURLOPT_PROXY, "");
   curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");

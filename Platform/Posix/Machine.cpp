@@ -18,7 +18,7 @@ std::string homeFromPasswordDatabase() {
 }
 
 std::string folderFromEnvironment(const char* variable, const std::string& fallback) {
-  const char* value = std::getenv(variable);
+  const char* value = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe): before any other thread runs
   std::string folder = value == nullptr || *value == '\0' ? fallback : value;
   while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
   return folder;

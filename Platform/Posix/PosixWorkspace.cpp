@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,7 +42,7 @@ std::vector<std::string> subdirectories(const std::string& folder) {
 void appendBundles(const std::string& folder, const std::vector<std::string>& names,
                    std::vector<std::string>& bundles) {
   for (const std::string& name : names) {
-    if (isApplicationName(name)) bundles.push_back(folder + "/" + name);
+    if (isApplicationName(name)) bundles.push_back(fmt::format("{}/{}", folder, name));
   }
 }
 
@@ -120,7 +121,7 @@ std::vector<std::string> PosixWorkspace::registeredBundles() const {
     appendBundles(folder, names, bundles);
     for (const std::string& name : names) {
       if (isApplicationName(name)) continue;
-      const std::string inner = folder + "/" + name;
+      const std::string inner = fmt::format("{}/{}", folder, name);
       appendBundles(inner, subdirectories(machine_.sysroot.machinePath(inner)), bundles);
     }
   }

@@ -36,7 +36,7 @@ Sysroot::Sysroot(std::string_view root) : root_(withoutTrailingSlashes(root)), r
 }
 
 Sysroot Sysroot::fromEnvironment() {
-  const char* root = std::getenv("CORVANE_SYSROOT");
+  const char* root = std::getenv("CORVANE_SYSROOT");  // NOLINT(concurrency-mt-unsafe): before any other thread runs
   return Sysroot(root == nullptr ? "" : root);
 }
 

@@ -11,7 +11,7 @@ constexpr TimeInterval referenceDateSinceEpoch = 978307200;
 TimeInterval seconds(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
-  return static_cast<TimeInterval>(time.tv_sec) + static_cast<TimeInterval>(time.tv_nsec) / 1e9;
+  return static_cast<TimeInterval>(time.tv_sec) + (static_cast<TimeInterval>(time.tv_nsec) / 1e9);
 }
 
 }  // namespace

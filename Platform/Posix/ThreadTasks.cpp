@@ -30,7 +30,8 @@ void ThreadTasks::start(Priority /*priority*/, std::move_only_function<void()> t
   const SignalsBlocked blocked;
   try {
     std::thread(std::move(task)).detach();
-  } catch (const std::system_error&) {  // no thread to be had: the task is dropped, as the header says
+  } catch (const std::system_error&) {
+    return;  // no thread to be had: the task is dropped, as the header says
   }
 }
 
