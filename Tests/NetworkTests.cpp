@@ -101,6 +101,7 @@ TEST_F(Network, OnlyTrustedCertificatesOfTheVeryHostCount) {
 TEST_F(Network, FailsWithThePlatformsCodes) {
   using Raw = fakes::RawServer;
   const Raw reset([](int connection) {
+    Raw::answer(connection, "");  // once the request is there
     const linger now{.l_onoff = 1, .l_linger = 0};
     setsockopt(connection, SOL_SOCKET, SO_LINGER, &now, sizeof now);
   });
