@@ -1,5 +1,7 @@
 #include "Platform/PropertyList.h"
 
+#include "Platform/BinaryPropertyList.h"
+
 #include <cmath>
 #include <memory>
 
@@ -147,8 +149,12 @@ const PropertyList* PropertyList::operator[](std::string_view key) const {
 
 std::expected<PropertyList, NSError> PropertyList::parse(std::string_view bytes) {
   if (bytes.empty() || bytes.size() > maximumBytes) return std::unexpected(corrupt());
+  if (bytes.starts_with("bplist")) {
+    auto list = parseBinaryPropertyList(bytes);
+    return list ? std::expected<PropertyList, NSError>(std::move(*list)) : std::unexpected(corrupt());
+  }
   plist_t root = nullptr;
-  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
+  plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   const PlistNode owned(root);
   return imported(root, 0);
 }

@@ -95,6 +95,30 @@ TEST(PropertyLists, KeepKindsInBothFormats) {
   }
 }
 
+TEST(PropertyLists, SurviveHostileBinaryForms) {
+  using namespace std::string_literals;
+  const std::string text =
+      PropertyList(PropertyList::Dictionary{{"key", "\U0001F642 é"}}).serialized(PropertyList::Format::binary);
+  ASSERT_TRUE(PropertyList::parse(text));
+  EXPECT_EQ(*PropertyList::parse(text)->operator[]("key"), PropertyList("\U0001F642 é"));
+  for (std::size_t i = 8; i < text.size(); ++i) {
+    for (const char byte : {'\0', '\x01', '\x0F', '\x7F', '\xFF'}) {
+      std::string changed = text;
+      changed[i] = byte;
+      static_cast<void>(PropertyList::parse(changed));  // the sanitizers watch
+    }
+  }
+  // Forty arrays, each twice in the one before: 2^40 values if they were unfolded.
+  std::string sharing = "bplist00";
+  for (char i = 1; i <= 40; ++i) sharing += "\xA2"s + i + i;
+  sharing += "\x09";
+  std::string offsets;
+  for (int i = 0; i <= 40; ++i) offsets += static_cast<char>(8 + (3 * i));
+  const std::string trailer = "\0\0\0\0\0\0\x01\x01"s + "\0\0\0\0\0\0\0\x29"s + "\0\0\0\0\0\0\0\0"s;
+  EXPECT_FALSE(
+      PropertyList::parse(sharing + offsets + trailer + "\0\0\0\0\0\0\0"s + static_cast<char>(sharing.size())));
+}
+
 TEST(PropertyLists, RefuseWhatIsNone) {
   const std::string deep(100'000, 'x');
   std::string nested = "<plist>";
