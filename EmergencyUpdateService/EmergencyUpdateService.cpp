@@ -1,13 +1,14 @@
 #include "EmergencyUpdateService.h"
 
 #include "Environment/EmergencyUpdateServiceAgentIDProvider.h"
-#include "Installer/EmergencyUpdateUnavailableInstaller.h"
+#include "Installer/EmergencyUpdateInstaller.h"
 
 namespace corvane {
 namespace {
 
 constexpr platform::TimeInterval listCheckRunIntervalSeconds = 60.0;
 constexpr platform::TimeInterval listCheckIntervalSeconds = 14400.0;
+constexpr platform::TimeInterval downloadRequestTimeoutSeconds = 300.0;
 
 }  // namespace
 
@@ -70,7 +71,6 @@ void EmergencyUpdateService::startCheckingEmergencyUpdateList() {
     return;
   }
   using Logger = EmergencyUpdateServiceLogger;
-  auto installer = std::make_shared<EmergencyUpdateUnavailableInstaller>(Logger("EmergencyUpdateInstaller"));
   EmergencyUpdateListChecker::Collaborators collaborators{
       .logger = Logger("EmergencyUpdateListChecker"),
       .downloader = {Logger("EmergencyUpdateListDownloader"), backendEnvironment_->emergencyUpdateList,
@@ -79,7 +79,7 @@ void EmergencyUpdateService::startCheckingEmergencyUpdateList() {
           Logger("EmergencyUpdateContextRetrieverImpl"), *runtimeEnvironment_, orvikAppStateProvider_),
       .parser = EmergencyUpdateListParser(Logger("EmergencyUpdateListParser")),
       .validator = {},
-      .actionsPerformer = {Logger("EmergencyUpdateActionsPerformer"), std::move(installer)},
+      .actionsPerformer = {Logger("EmergencyUpdateActionsPerformer"), makeInstaller()},
       .clock = platform_.clock,
       .runLoop = platform_.mainRunLoop,
       .backgroundTasks = platform_.backgroundTasks};
@@ -87,6 +87,26 @@ void EmergencyUpdateService::startCheckingEmergencyUpdateList() {
                                                               checkIntervalSeconds());
   logger_.debug({"EmergencyUpdateService starting checking list"}, at("startCheckingEmergencyUpdateList()"));
   listChecker_->start();
+}
+
+std::shared_ptr<EmergencyUpdateInstaller> EmergencyUpdateService::makeInstaller() const {
+  using Logger = EmergencyUpdateServiceLogger;
+  const auto networkSession = platform_.urlSessions.session(
+      {.timeoutIntervalForRequest = downloadRequestTimeoutSeconds, .waitsForConnectivity = true});
+  EmergencyUpdateInstallerImpl::Stages stages{
+      .downloader = std::make_shared<EmergencyUpdateAppDownloader>(
+          Logger("EmergencyUpdateAppDownloader"), networkSession, platform_.fileManager, platform_.searchPaths),
+      .verifier = {Logger("EmergencyUpdateAppVerifier"), platform_.codeSecurity},
+      .unarchiver = {Logger("EmergencyUpdateDMGUnarchiver"), "/usr/bin/hdiutil", commandExecutor_,
+                     platform_.fileManager, platform_.searchPaths},
+      .preInstallActions = {Logger("EmergencyUpdatePreInstallActions"), commandExecutor_, platform_.fileManager,
+                            platform_.processInfo},
+      .appProcessLifecycle = {Logger("EmergencyUpdateAppProcessLifecycle"), commandExecutor_, orvikAppStateProvider_,
+                              platform_.userDefaults},
+      .fileInstaller = {Logger("EmergencyUpdateAppFileInstaller"), orvikAppStateProvider_, platform_.fileManager},
+      .launchDecider = {Logger("EmergencyUpdatePostInstallLaunchDecider"),
+                        EmergencyUpdatePostInstallLaunchDecider::ServiceManagementLibary(platform_.serviceManagement)}};
+  return std::make_shared<EmergencyUpdateInstallerImpl>(Logger("EmergencyUpdateInstaller"), std::move(stages));
 }
 
 void EmergencyUpdateService::startCleanupManager() {

@@ -41,6 +41,7 @@ class EmergencyUpdateService {
   void resolveEnvironments();
   void configureLogging();
   [[nodiscard]] platform::TimeInterval checkIntervalSeconds() const;
+  [[nodiscard]] std::shared_ptr<EmergencyUpdateInstaller> makeInstaller() const;
 
   const platform::Facilities& platform_;
   const EmergencyUpdateServiceLogger logger_{"EmergencyUpdateService"};

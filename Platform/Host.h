@@ -8,8 +8,11 @@
 #include "Platform/FileManager.h"
 #include "Platform/ProcessInfo.h"
 #include "Platform/RunLoop.h"
+#include "Platform/SecCode.h"
+#include "Platform/ServiceManagement.h"
 #include "Platform/SystemLog.h"
 #include "Platform/URLContents.h"
+#include "Platform/URLSession.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
 
@@ -26,11 +29,14 @@ struct Facilities {
   const Bundle& mainBundle;
   const ProcessInfo& processInfo;
   UserDefaultsDomains& userDefaults;
-  const FileManager& fileManager;
+  FileManager& fileManager;
   const SearchPaths& searchPaths;
   URLContents& urlContents;
+  URLSessions& urlSessions;
   const Workspace& workspace;
   ChildProcessLauncher& childProcesses;
+  const CodeSecurity& codeSecurity;
+  const ServiceManagement& serviceManagement;
   SystemLog& systemLog;
 };
 

@@ -143,6 +143,9 @@ TEST_F(Service, SkipsTicksWhileACheckIsRunning) {
 }
 
 TEST_F(Service, SaysWhatItCouldNotDo) {
+  downloads.answer = [](const platform::URL&) {
+    return fakes::ScriptedURLSessions::Answer{.error = platform::NSError(platform::NSURLErrorDomain, -1009)};
+  };
   installs("1.79.3");
   launch();
   EXPECT_THAT(records(),
@@ -155,7 +158,10 @@ TEST_F(Service, SaysWhatItCouldNotDo) {
       {R"({"version":"","updates":[{"date":"","appVersions":["1"],"actions":[]}]})",
        {"Validation failed: (ValidationFailure.noActions)"}},
       {R"({"version":"","updates":[{"date":"","appVersions":["1"],"actions":[{"install":{"url":"https://a/b"}}]}]})",
-       {"Install action triggered", "Installer stopped, this build has no install pipeline"}},
+       {"Install action triggered", "Checking ability to replace app files", "Downloading", "Download attempt 0/3",
+        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Download attempt 1/3",
+        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Download attempt 2/3",
+        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Installer stopped, download failed"}},
   };
   for (const auto& [list, messages] : expected) {
     serves(list);

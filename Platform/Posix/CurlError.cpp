@@ -18,6 +18,9 @@ enum URLErrorCode : std::int64_t {
   notConnectedToInternet = -1009,
   cannotDecodeContent = -1016,
   cannotParseResponse = -1017,
+  fileDoesNotExist = -1100,
+  fileIsDirectory = -1101,
+  noPermissionToReadFile = -1102,
   secureConnectionFailed = -1200,
   certificateUntrusted = -1202,
   cannotWriteToFile = -3003,
@@ -74,6 +77,18 @@ URLErrorCode errorCode(CURLcode code, long systemError) {
 }
 
 }  // namespace
+
+NSError fileURLError(int systemError) {
+  switch (systemError) {
+    case EISDIR:
+      return {NSURLErrorDomain, fileIsDirectory};
+    case EACCES:
+    case EPERM:
+      return {NSURLErrorDomain, noPermissionToReadFile};
+    default:
+      return {NSURLErrorDomain, fileDoesNotExist};
+  }
+}
 
 NSError urlError(CURLcode code, long systemError) {
   return {NSURLErrorDomain, errorCode(code, systemError)};

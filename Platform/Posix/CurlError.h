@@ -10,4 +10,7 @@ namespace platform::posix {
 /// of the failed connection (CURLINFO_OS_ERRNO), 0 when there is none.
 NSError urlError(CURLcode code, long systemError);
 
+/// The same for a file: URL that could not be read.
+NSError fileURLError(int systemError);
+
 }  // namespace platform::posix

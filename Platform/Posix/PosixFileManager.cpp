@@ -1,11 +1,15 @@
 #include "Posix/PosixFileManager.h"
 
 #include "Posix/FileDescriptor.h"
+#include "Posix/FileTree.h"
 #include "Posix/PosixError.h"
 
 #include <array>
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -53,6 +57,74 @@ std::string PosixFileManager::resolvedAndStandardized(const std::string& path) c
   std::array<char, PATH_MAX> resolved{};
   if (realpath(sysroot_.machinePath(path).c_str(), resolved.data()) == nullptr) return standardized(path);
   return sysroot_.macPath(resolved.data());
+}
+
+std::expected<std::vector<URL>, NSError> PosixFileManager::contentsOfDirectory(const URL& folder) const {
+  if (!folder.isFileURL()) return std::unexpected(NSError(NSCocoaErrorDomain, NSFileReadUnsupportedSchemeError));
+  std::vector<URL> entries;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(sysroot_.machinePath(folder.path()), error);
+  for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
+    std::error_code ignored;
+    const bool isDirectory = entry->symlink_status(ignored).type() == std::filesystem::file_type::directory;
+    entries.push_back(folder.appendingPathComponent(entry->path().filename().string(),
+                                                    isDirectory ? URL::PathKind::directory : URL::PathKind::file));
+  }
+  if (!error) return entries;
+  const NSError failure = cocoaError(error.value(), Access::reading, folder.path());
+  // A missing folder is reported by an error of older making.
+  if (error.value() == ENOENT) return std::unexpected(failure.withUnderlying(NSError(NSOSStatusErrorDomain, -43)));
+  return std::unexpected(failure);
+}
+
+std::expected<void, NSError> PosixFileManager::createDirectory(const URL& folder) {
+  if (!folder.isFileURL()) return std::unexpected(NSError(NSCocoaErrorDomain, NSFileWriteUnsupportedSchemeError));
+  const std::string path = sysroot_.machinePath(folder.path());
+  int failure = makeFolders(path, 0777);
+  struct stat status{};
+  if (failure == 0 && (stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))) failure = EEXIST;
+  if (failure != 0) return std::unexpected(cocoaError(failure, Access::writing, folder.path()));
+  return {};
+}
+
+std::expected<void, NSError> PosixFileManager::moveItem(const URL& from, const URL& to) {
+  if (!from.isFileURL() || !to.isFileURL()) {
+    return std::unexpected(NSError(NSCocoaErrorDomain, NSFileWriteUnsupportedSchemeError));
+  }
+  const std::string source = sysroot_.machinePath(from.path());
+  const std::string destination = sysroot_.machinePath(to.path());
+  struct stat status{};
+  if (lstat(destination.c_str(), &status) == 0) return std::unexpected(cocoaError(EEXIST, Access::writing, to.path()));
+  if (rename(source.c_str(), destination.c_str()) == 0) return {};
+  if (errno != EXDEV) return std::unexpected(cocoaError(errno, Access::writing, from.path()));
+  if (auto copied = copyItem(from, to); !copied) {
+    removeTree(destination);
+    return std::unexpected(NSError(NSCocoaErrorDomain, copied.error().code()).withUnderlying(copied.error()));
+  }
+  return removeItem(from);
+}
+
+std::expected<void, NSError> PosixFileManager::copyItem(const URL& from, const URL& to) {
+  if (!from.isFileURL() || !to.isFileURL()) {
+    return std::unexpected(NSError(NSCocoaErrorDomain, NSFileWriteUnsupportedSchemeError));
+  }
+  const std::string source = sysroot_.machinePath(from.path());
+  struct stat status{};
+  if (lstat(source.c_str(), &status) != 0) return std::unexpected(cocoaError(errno, Access::reading, from.path()));
+  const int failure = copyTree(source, sysroot_.machinePath(to.path()));
+  if (failure != 0) return std::unexpected(cocoaError(failure, Access::writing, to.path()));
+  return {};
+}
+
+std::expected<void, NSError> PosixFileManager::removeItem(const URL& item) {
+  if (!item.isFileURL()) return std::unexpected(NSError(NSCocoaErrorDomain, NSFileReadUnsupportedSchemeError));
+  const int failure = removeTree(sysroot_.machinePath(item.path()));
+  if (failure != 0) return std::unexpected(cocoaError(failure, Access::writing, item.path()));
+  return {};
+}
+
+URL HomeSearchPaths::temporaryDirectory() const {
+  return URL::fileURL(temporaryDirectory_, URL::PathKind::directory);
 }
 
 std::vector<URL> HomeSearchPaths::applicationDirectories() const {

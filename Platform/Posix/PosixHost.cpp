@@ -1,6 +1,9 @@
+#include "CodeSignature/PosixCodeSecurity.h"
 #include "Platform/Host.h"
 #include "Posix/CurlURLContents.h"
+#include "Posix/CurlURLSession.h"
 #include "Posix/FileUserDefaults.h"
+#include "Posix/LaunchdJobs.h"
 #include "Posix/MainBundle.h"
 #include "Posix/NdjsonSystemLog.h"
 #include "Posix/PosixApplication.h"
@@ -25,6 +28,11 @@ std::string standardDomain(const Bundle& bundle) {
   return bundle.bundleIdentifier.value_or(program_invocation_short_name);
 }
 
+codesignature::PosixCodeSecurity makeCodeSecurity(const Sysroot& sysroot) {
+  const auto machinePath = [sysroot](std::string_view macPath) { return sysroot.machinePath(macPath); };
+  return {machinePath, codesignature::PosixCodeSecurity::installedAnchors(machinePath)};
+}
+
 class PosixHost final : public Host {
  public:
   PosixHost() = default;
@@ -41,10 +49,13 @@ class PosixHost final : public Host {
   PosixProcessInfo processInfo_{machine_.sysroot};
   FileUserDefaultsDomains userDefaults_{machine_, standardDomain(mainBundle_)};
   PosixFileManager fileManager_{machine_.sysroot};
-  HomeSearchPaths searchPaths_{machine_.home};
+  HomeSearchPaths searchPaths_{machine_.home, machine_.temporaryDirectory};
   CurlURLContents urlContents_{machine_.sysroot, {}};
+  CurlURLSessions urlSessions_{machine_};
   PosixWorkspace workspace_{machine_};
   PosixChildProcessLauncher childProcesses_{machine_.sysroot};
+  codesignature::PosixCodeSecurity codeSecurity_ = makeCodeSecurity(machine_.sysroot);
+  LaunchdJobs serviceManagement_{machine_.temporaryDirectory};
   NdjsonSystemLog systemLog_{machine_.home};
   Facilities facilities_{.clock = clock_,
                          .mainRunLoop = application_.mainRunLoop(),
@@ -55,8 +66,11 @@ class PosixHost final : public Host {
                          .fileManager = fileManager_,
                          .searchPaths = searchPaths_,
                          .urlContents = urlContents_,
+                         .urlSessions = urlSessions_,
                          .workspace = workspace_,
                          .childProcesses = childProcesses_,
+                         .codeSecurity = codeSecurity_,
+                         .serviceManagement = serviceManagement_,
                          .systemLog = systemLog_};
 };
 

@@ -1,6 +1,7 @@
 #include "Posix/ThreadTasks.h"
 
 #include <csignal>
+#include <memory>
 #include <system_error>
 #include <thread>
 
@@ -26,13 +27,18 @@ class SignalsBlocked {
 
 }  // namespace
 
-void ThreadTasks::start(Priority /*priority*/, std::move_only_function<void()> task) {
+bool startThread(std::function<void()> task) {
   const SignalsBlocked blocked;
   try {
     std::thread(std::move(task)).detach();
   } catch (const std::system_error&) {
-    return;  // no thread to be had: the task is dropped, as the header says
+    return false;
   }
+  return true;
+}
+
+void ThreadTasks::start(Priority /*priority*/, std::move_only_function<void()> task) {
+  startThread([shared = std::make_shared<std::move_only_function<void()>>(std::move(task))] { (*shared)(); });
 }
 
 }  // namespace platform::posix

@@ -3,8 +3,11 @@
 #include "Platform/BackgroundTasks.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Clock.h"
+#include "Platform/SecCode.h"
+#include "Platform/ServiceManagement.h"
 #include "Platform/SystemLog.h"
 #include "Platform/URLContents.h"
+#include "Platform/URLSession.h"
 #include "Platform/Workspace.h"
 
 #include <functional>
@@ -108,15 +111,92 @@ class FakeWorkspace final : public platform::Workspace {
   }
 };
 
+/// Answers each download by what the test says, on the thread that resumes it.
+class ScriptedURLSessions final : public platform::URLSessions {
+ public:
+  struct Answer {
+    std::optional<platform::URL> location;
+    std::optional<platform::NSError> error;
+  };
+  std::function<Answer(const platform::URL&)> answer;
+  std::vector<std::string> requested;
+  platform::URLSessionConfiguration configuration;
+
+  std::shared_ptr<platform::URLSession> session(const platform::URLSessionConfiguration& with) override {
+    configuration = with;
+    return std::make_shared<Session>(*this);
+  }
+
+ private:
+  struct Task final : platform::URLSessionTask {
+    std::function<void()> action;
+    void resume() override { action(); }
+  };
+  struct Session final : platform::URLSession {
+    explicit Session(ScriptedURLSessions& owner) : owner_(owner) {}
+    std::shared_ptr<platform::URLSessionTask> downloadTask(const platform::URL& with,
+                                                           DownloadCompletion completionHandler) override {
+      auto task = std::make_shared<Task>();
+      auto completion = std::make_shared<DownloadCompletion>(std::move(completionHandler));
+      task->action = [this, with, completion] {
+        owner_.requested.push_back(with.absoluteString());
+        const Answer answer = owner_.answer(with);
+        (*completion)(answer.location, std::nullopt, answer.error);
+      };
+      return task;
+    }
+    ScriptedURLSessions& owner_;
+  };
+};
+
+/// Finds code valid unless told otherwise; keeps what it was asked.
+class FakeCodeSecurity final : public platform::CodeSecurity {
+ public:
+  mutable std::vector<std::string> checked;       // paths
+  mutable std::vector<std::string> requirements;  // texts
+  bool compiles = true;
+  std::map<std::size_t, platform::SecCodeValidity> failures;  // by the number of the check, from 0
+  std::string missing;                                        // a path without code
+
+  [[nodiscard]] std::expected<platform::SecRequirement, platform::OSStatus> requirement(
+      std::string_view text) const override {
+    requirements.emplace_back(text);
+    if (!compiles) return std::unexpected(platform::errSecCSReqInvalid);
+    return platform::SecRequirement(nullptr);
+  }
+  [[nodiscard]] std::expected<platform::SecStaticCode, platform::OSStatus> staticCode(
+      const platform::URL& url) const override {
+    if (url.path() == missing) return std::unexpected(platform::errSecCSStaticCodeNotFound);
+    checked.push_back(url.path());
+    return platform::SecStaticCode(nullptr);
+  }
+  [[nodiscard]] platform::SecCodeValidity checkValidity(
+      const platform::SecStaticCode& /*code*/, const platform::SecRequirement* /*requirement*/) const override {
+    const auto failure = failures.find(checked.size() - 1);
+    return failure == failures.end() ? platform::SecCodeValidity{} : failure->second;
+  }
+};
+
+class FakeServiceManagement final : public platform::ServiceManagement {
+ public:
+  std::optional<platform::PropertyList> jobs;
+  [[nodiscard]] std::optional<platform::PropertyList> copyAllJobDictionaries(platform::SMDomain) const override {
+    return jobs;
+  }
+};
+
 class RecordingChildProcesses final : public platform::ChildProcessLauncher {
  public:
   platform::ChildProcessResult result{.reason = platform::ChildProcessResult::Reason::exit, .status = 0};
   std::vector<std::vector<std::string>> started;
+  /// What a command does, by its words; the exit status.
+  std::function<std::int32_t(const std::vector<std::string>&)> behaviour;
 
   platform::ChildProcessResult run(const std::string& launchPath, const std::vector<std::string>& arguments,
                                    Capture /*capture*/) override {
     started.push_back({launchPath});
     started.back().insert(started.back().end(), arguments.begin(), arguments.end());
+    if (behaviour) result.status = behaviour(started.back());
     return result;
   }
 };

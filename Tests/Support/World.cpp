@@ -18,7 +18,7 @@ World::World()
                .home = mac.home().string(),
                .temporaryDirectory = mac.temporaryDirectory().string()},
       fileManager_(machine_.sysroot),
-      searchPaths_(machine_.home),
+      searchPaths_(machine_.home, machine_.temporaryDirectory),
       processInfo_(machine_.sysroot),
       userDefaults_(machine_, identifier),
       facilities_{.clock = clock,
@@ -30,8 +30,11 @@ World::World()
                   .fileManager = fileManager_,
                   .searchPaths = searchPaths_,
                   .urlContents = network,
+                  .urlSessions = downloads,
                   .workspace = workspace,
                   .childProcesses = childProcesses,
+                  .codeSecurity = codeSecurity,
+                  .serviceManagement = serviceManagement,
                   .systemLog = systemLog},
       senderBefore_(corvane::EmergencyUpdateServiceLogger::setSharedSender(
           std::make_shared<corvane::EmergencyUpdateServiceNullLogSender>())) {

@@ -50,6 +50,9 @@ class World : public testing::Test {
   fakes::RecordingSystemLog systemLog;
   fakes::FakeWorkspace workspace;
   fakes::RecordingChildProcesses childProcesses;
+  fakes::ScriptedURLSessions downloads;
+  fakes::FakeCodeSecurity codeSecurity;
+  fakes::FakeServiceManagement serviceManagement;
   platform::Bundle bundle;
 
  private:
