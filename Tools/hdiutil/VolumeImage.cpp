@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
+#include <ranges>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -55,6 +56,16 @@ class Writable {
   mode_t mode_ = 0755;
 };
 
+/// Whether the image is of the format that has checksums; a bare volume has none.
+bool hasUdifTrailer(const FileDescriptor& image) {
+  constexpr off_t trailerBytes = 512;
+  std::array<char, 4> magic{};
+  struct stat status{};
+  return fstat(image.get(), &status) == 0 && status.st_size >= trailerBytes &&
+         pread(image.get(), magic.data(), magic.size(), status.st_size - trailerBytes) == 4 &&
+         std::string_view(magic.data(), magic.size()) == "koly";
+}
+
 std::string nameOf(const std::string& path) {
   return path.substr(path.rfind('/') + 1);
 }
@@ -97,7 +108,7 @@ std::expected<VolumeImage, std::string> VolumeImage::open(const std::string& mac
   if (!S_ISREG(status.st_mode)) return std::unexpected("image not recognized");
   VolumeImage image(std::move(file));
   // A hybrid image counts for the HFS+ volume that it holds beside the other one.
-  for (const char* format : {"", "-tdmg.hfs", "-thfs"}) {
+  for (const char* format : {"", "-thfs.dmg", "-thfs"}) {
     const int exit = image.list(format);
     if (exit == notFoundStatus) return std::unexpected("7zz is not installed");
     if (exit <= 1 && image.listing_.isMountable()) break;
@@ -125,6 +136,7 @@ int VolumeImage::list(const std::string& format) {
 }
 
 bool VolumeImage::hasIntactChecksums() const {
+  if (!hasUdifTrailer(image_)) return true;
   auto program = ChildProgram::start({.words = {"7zz", "t", "-tdmg", "-y", imagePath}, .input = image_.get()});
   return program && program->finish() == 0;
 }
@@ -132,7 +144,7 @@ bool VolumeImage::hasIntactChecksums() const {
 bool VolumeImage::extract(const std::string& folder) const {
   if (!extractFiles(folder) || !dropIdentityBits(folder)) return false;
   for (const std::string& path : listing_.specialFiles()) removeSpecialFile(folder, path);
-  return extractLinks(folder);
+  return extractLinks(folder) && restrictFolders(folder);
 }
 
 bool VolumeImage::extractFiles(const std::string& folder) const {
@@ -144,6 +156,15 @@ bool VolumeImage::extractFiles(const std::string& folder) const {
 bool VolumeImage::extractLinks(const std::string& folder) const {
   std::vector<Link> links = listing_.links();
   return readLinkTexts(links) && std::ranges::all_of(links, [&](const Link& link) { return makeLink(folder, link); });
+}
+
+bool VolumeImage::restrictFolders(const std::string& folder) const {
+  // The inner ones first: a restricted folder may bar the way to what lies in it.
+  return std::ranges::all_of(listing_.restrictedFolders() | std::views::reverse, [&](const auto& restricted) {
+    const std::string path = "/proc/self/fd/";
+    const FileDescriptor parent = folderOf(folder, restricted.path + "/.");
+    return parent && chmod((path + std::to_string(parent.get())).c_str(), restricted.permissions) == 0;
+  });
 }
 
 bool VolumeImage::readLinkTexts(std::vector<Link>& links) const {

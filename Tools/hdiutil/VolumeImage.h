@@ -37,6 +37,7 @@ class VolumeImage {
   int list(const std::string& format);
   bool extractFiles(const std::string& folder) const;
   bool extractLinks(const std::string& folder) const;
+  bool restrictFolders(const std::string& folder) const;
   [[nodiscard]] bool readLinkTexts(std::vector<VolumeListing::Link>& links) const;
 
   platform::posix::FileDescriptor image_;

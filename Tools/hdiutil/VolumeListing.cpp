@@ -22,6 +22,16 @@ bool isSafePath(std::string_view path) {
   return false;
 }
 
+/// The nine letters after the kind, as in "drwxr-x--x".
+unsigned permissionBits(std::string_view mode) {
+  unsigned bits = 0;
+  for (std::size_t i = 1; i < 10; ++i) {
+    const char letter = i < mode.size() ? mode[i] : '-';
+    bits = bits << 1U | (letter == '-' || letter == 'S' || letter == 'T' ? 0U : 1U);
+  }
+  return bits;
+}
+
 std::uint64_t saturatingSum(std::uint64_t a, std::uint64_t b) {
   return a > std::numeric_limits<std::uint64_t>::max() - b ? std::numeric_limits<std::uint64_t>::max() : a + b;
 }
@@ -61,14 +71,18 @@ void VolumeListing::addToEntry(std::string_view key, std::string_view value) {
 void VolumeListing::endEntry() {
   const Entry entry = std::exchange(entry_, {});
   if (entry.path.empty() || entry.isAlternateStream) return;
-  isSafe_ = isSafe_ && isSafePath(entry.path) && links_.size() + specialFiles_.size() < mostSpecialEntries;
+  isSafe_ = isSafe_ && isSafePath(entry.path) &&
+            links_.size() + specialFiles_.size() + restrictedFolders_.size() < mostSpecialEntries;
   if (!isSafe_) return;
   ++fileCount_;
   totalBytes_ = saturatingSum(totalBytes_, entry.size);
   const char kind = entry.mode.empty() ? '-' : entry.mode.front();
   if (kind == 'l') {
     links_.push_back({.path = entry.path, .size = entry.size, .text = entry.linkText});
-  } else if (kind != '-' && kind != 'd') {
+  } else if (kind == 'd') {
+    const unsigned permissions = permissionBits(entry.mode);
+    if ((permissions & 0700U) != 0700U) restrictedFolders_.push_back({.path = entry.path, .permissions = permissions});
+  } else if (kind != '-') {
     specialFiles_.push_back(entry.path);
   }
 }

@@ -17,6 +17,11 @@ class VolumeListing {
     std::string text;        ///< where the format lists it; else it is the contents of the file
   };
 
+  struct Folder {
+    std::string path;
+    unsigned permissions = 0;
+  };
+
   void add(std::string_view line);
 
   /// To be called after the last line.
@@ -32,6 +37,9 @@ class VolumeListing {
   [[nodiscard]] std::uint64_t totalBytes() const { return totalBytes_; }
   [[nodiscard]] std::uint64_t fileCount() const { return fileCount_; }
   [[nodiscard]] const std::vector<Link>& links() const { return links_; }
+  /// The folders that deny something to their owner, which 7-Zip does not extract as such; outer ones before inner
+  /// ones.
+  [[nodiscard]] const std::vector<Folder>& restrictedFolders() const { return restrictedFolders_; }
   /// Device nodes, sockets and fifos.
   [[nodiscard]] const std::vector<std::string>& specialFiles() const { return specialFiles_; }
 
@@ -54,6 +62,7 @@ class VolumeListing {
   std::uint64_t totalBytes_ = 0;
   std::uint64_t fileCount_ = 0;
   std::vector<Link> links_;
+  std::vector<Folder> restrictedFolders_;
   std::vector<std::string> specialFiles_;
 };
 
