@@ -12,7 +12,8 @@
 namespace tools::tests {
 
 ToolWorld::ToolWorld() {
-  std::string path = testing::TempDir() + "tools.XXXXXX";
+  static const std::string base = testing::TempDir();  // before TMPDIR changes
+  std::string path = base + "tools.XXXXXX";
   folder = fs::canonical(mkdtemp(path.data()));
   sysroot = folder / "Mac";
   for (const char* name : {"Mac/Applications", "Mac/Volumes", "Mac/usr/bin", "Mac/bin", "home", "tmp"}) {
