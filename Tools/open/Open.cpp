@@ -5,6 +5,7 @@
 #include "Posix/PosixWorkspace.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -60,8 +61,8 @@ bool isRunning(const Machine& machine, const std::string& bundle) {
   });
 }
 
-/// Starts it detached. Returns 0 or the errno.
-int launch(const std::string& path, std::vector<std::string> words) {
+/// In a session of its own, with nothing of this process but its environment. Returns 0 or the errno.
+int spawn(const std::string& path, std::vector<std::string> words) {
   words.insert(words.begin(), path);
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -72,7 +73,6 @@ int launch(const std::string& path, std::vector<std::string> words) {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
   }
-  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
   posix_spawn_file_actions_addchdir_np(&actions, "/");
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
@@ -89,6 +89,21 @@ int launch(const std::string& path, std::vector<std::string> words) {
   return failure;
 }
 
+/// Starts it detached and waits until its process is there to be seen, which is a moment after it was started: when its
+/// end of a pipe that is closed on execution is gone. Returns 0 or the errno.
+int launch(const std::string& path, std::vector<std::string> arguments) {
+  std::array<int, 2> ends{-1, -1};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return errno;
+  const FileDescriptor readingEnd(ends[0]);
+  FileDescriptor writingEnd(ends[1]);
+  if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) return errno;
+  if (const int failure = spawn(path, std::move(arguments)); failure != 0) return failure;
+  writingEnd.reset();
+  char byte = 0;
+  while (read(readingEnd.get(), &byte, 1) < 0 && errno == EINTR) continue;
+  return 0;
+}
+
 int openApplication(const Machine& machine, const std::string& path, std::vector<std::string> arguments) {
   std::error_code error;
   const std::string bundle = fs::canonical(machine.sysroot.machinePath(path), error);
@@ -102,7 +117,7 @@ int openApplication(const Machine& machine, const std::string& path, std::vector
   }
   const auto program = executable(bundle);
   if (!program) return cannotOpen(path, executableIsMissing);
-  // Held until the process is there to be seen, so that of several that open the bundle at once one starts it.
+  // Of several that open the bundle at once, one starts it and the others see its process.
   const FileDescriptor turn(::open(bundle.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (turn) flock(turn.get(), LOCK_EX);
   if (isRunning(machine, bundle)) return 0;
