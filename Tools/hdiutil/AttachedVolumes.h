@@ -19,7 +19,7 @@ class AttachedVolumes {
   /// Returns 0 or the errno.
   int add(const std::string& mountPoint) const;
 
-  /// To be called while the mount point still stands, with what record() said before that it is called.
+  /// Forgets what record() named while the mount point still stood.
   void remove(const std::string& record) const;
 
   /// The record that belongs to a folder, whether there is one or not; empty when there is no such folder, or when it
