@@ -37,7 +37,7 @@ Credentials unsignedCredentials(const std::string& commonName, int days) {
   check(certificate != nullptr && made.key != nullptr);
   check(X509_set_version(certificate, X509_VERSION_3) == 1);
   setRandomSerialNumber(certificate);
-  X509_gmtime_adj(X509_getm_notBefore(certificate), days < 0 ? 2 * days * secondsPerDay : -secondsPerDay);
+  X509_gmtime_adj(X509_getm_notBefore(certificate), days < 0 ? 2L * days * secondsPerDay : -secondsPerDay);
   X509_gmtime_adj(X509_getm_notAfter(certificate), days * secondsPerDay);
   check(X509_set_pubkey(certificate, made.key.get()) == 1);
   const auto* name = reinterpret_cast<const unsigned char*>(commonName.c_str());

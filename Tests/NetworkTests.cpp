@@ -1,9 +1,11 @@
 #include "Posix/CurlURLContents.h"
+#include "Posix/CurlURLSession.h"
 #include "Rehearsal/HTTPSServer.h"
 #include "Rehearsal/StandInMac.h"
 #include "Support/RawServer.h"
 
-#include <mutex>
+#include <filesystem>
+#include <future>
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -136,6 +138,89 @@ TEST_F(Network, ReadsFilesOfThisMac) {
   EXPECT_EQ(read("file:///Library/list.json"), "from a file");
   EXPECT_EQ(read("file:///Library/none"), "NSCocoaErrorDomain 260 NSPOSIXErrorDomain 2");
   EXPECT_EQ(read("file:///Library"), "NSCocoaErrorDomain 256 NSPOSIXErrorDomain 21");
+}
+
+/// What a download task handed to its completion.
+struct Downloaded {
+  std::string contents;  // of the file, read inside the completion; "(none)" without one
+  std::string path;
+  unsigned mode = 0;
+  std::int64_t status = -1;
+  std::string error;
+};
+
+Downloaded download(const rehearsal::StandInMac& mac, const std::string& url,
+                    const URLSessionConfiguration& with = {}) {
+  posix::CurlURLSessions sessions({.sysroot = posix::Sysroot(mac.sysroot().string()),
+                                   .home = mac.home().string(),
+                                   .temporaryDirectory = mac.temporaryDirectory().string()});
+  std::promise<Downloaded> promise;
+  const auto task = sessions.session(with)->downloadTask(
+      *URL::parse(url), [&](const auto& location, const auto& response, const auto& error) {
+        Downloaded result{.contents = "(none)"};
+        if (location) {
+          struct stat status{};
+          stat(location->path().c_str(), &status);
+          result = {.contents = rehearsal::readFile(location->path()),
+                    .path = location->path(),
+                    .mode = status.st_mode & 0777U};
+        }
+        if (response) result.status = response->statusCode;
+        if (error) result.error = fmt::format("{} {}", error->domain(), error->code());
+        promise.set_value(result);
+      });
+  EXPECT_TRUE(std::filesystem::is_empty(mac.temporaryDirectory())) << "a task starts suspended";
+  task->resume();
+  return promise.get_future().get();
+}
+
+TEST_F(Network, DownloadsIntoAFileOfTheSessions) {
+  const auto https = server(authority.issue(host));
+  mac.trust(authority.certificatePEM());
+  mac.connect(host, https.port());
+  pages = {{"/image", {.body = std::string(20'000'000, 'i')}},
+           {"/404", {.status = 404, .body = "gone"}},
+           {"/empty", {.body = ""}}};
+  const Downloaded image = download(mac, "https://list.example/image");
+  EXPECT_EQ(image.contents, std::string(20'000'000, 'i'));
+  EXPECT_THAT(image.path,
+              testing::MatchesRegex(mac.temporaryDirectory().string() + "/CFNetworkDownload_[A-Za-z0-9]{6}\\.tmp"));
+  EXPECT_EQ(image.mode, 0600U);
+  EXPECT_EQ(image.status, 200);
+  const Downloaded page = download(mac, "https://list.example/404");
+  EXPECT_EQ(page.contents + page.error, "gone");
+  EXPECT_EQ(page.status, 404);
+  EXPECT_EQ(download(mac, "https://list.example/empty").contents, "");
+  rehearsal::writeFile(mac.sysroot() / "Library/a.dmg", "from a file");
+  EXPECT_EQ(download(mac, "file:///Library/a.dmg").contents, "from a file");
+  // The completions have returned or are about to; then the session's files are gone.
+  while (!std::filesystem::is_empty(mac.temporaryDirectory())) std::this_thread::yield();
+}
+
+TEST_F(Network, FailedDownloadsHaveAnErrorAndNoFile) {
+  using Raw = fakes::RawServer;
+  const auto untrusted = server(authority.issue(host));
+  mac.connect(host, untrusted.port());
+  mac.trust(rehearsal::CertificateAuthority().certificatePEM());
+  const Raw silent(Raw::waitForClose);
+  const Raw shortBody(
+      [](int connection) { Raw::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n12345"); });
+  const auto url = [](const Raw& raw) { return fmt::format("http://127.0.0.1:{}/", raw.port()); };
+  std::uint16_t unused = 0;
+  {
+    unused = Raw([](int) {}).port();
+  }
+  const URLSessionConfiguration waiting{.timeoutIntervalForRequest = 1, .waitsForConnectivity = true};
+  for (const auto& [from, code] :
+       {std::pair(std::string("https://list.example/image"), -1202),
+        std::pair(fmt::format("http://127.0.0.1:{}/", unused), -1004), std::pair(url(silent), -1001),
+        std::pair(url(shortBody), -1005), std::pair(std::string("gopher://127.0.0.1/"), -1002),
+        std::pair(std::string("relative.dmg"), -1002), std::pair(std::string("file:///Library/none"), -1100),
+        std::pair(std::string("file:///Library"), -1100), std::pair(std::string("file:///Volumes"), -1101)}) {
+    const Downloaded result = download(mac, from, waiting);
+    EXPECT_EQ(result.contents + " " + result.error, fmt::format("(none) NSURLErrorDomain {}", code)) << from;
+    while (!std::filesystem::is_empty(mac.temporaryDirectory())) std::this_thread::yield();
+  }
 }
 
 }  // namespace

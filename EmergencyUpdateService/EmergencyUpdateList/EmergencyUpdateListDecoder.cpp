@@ -105,6 +105,7 @@ class Decoder final : public json::json_sax_t {
     return false;
   }
 
+  // The two optional arrays are there when an element of theirs comes: start_array() has made them.
   bool string(std::string& text) override {
     switch (slot()) {
       case Slot::version:
@@ -117,12 +118,10 @@ class Decoder final : public json::json_sax_t {
         update().appVersions.push_back(std::move(text));
         return countElement();
       case Slot::osVersionsElement:
-        update().osVersions->push_back(
-            std::move(text));  // NOLINT(bugprone-unchecked-optional-access): made by start_array()
+        update().osVersions->push_back(std::move(text));  // NOLINT(bugprone-unchecked-optional-access)
         return countElement();
       case Slot::devicePlatformsElement:
-        update().devicePlatforms->push_back(
-            devicePlatform(text));  // NOLINT(bugprone-unchecked-optional-access): the same
+        update().devicePlatforms->push_back(devicePlatform(text));  // NOLINT(bugprone-unchecked-optional-access)
         return countElement();
       case Slot::url:
         installURL_ = platform::URL::parse(text);

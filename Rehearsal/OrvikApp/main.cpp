@@ -10,7 +10,7 @@ int main() {
   sigemptyset(&quitSignals);
   sigaddset(&quitSignals, SIGTERM);
   sigaddset(&quitSignals, SIGINT);
-  sigprocmask(SIG_BLOCK, &quitSignals, nullptr);
+  pthread_sigmask(SIG_BLOCK, &quitSignals, nullptr);
 
   const std::string temporaryDirectory = platform::posix::Machine::fromEnvironment().temporaryDirectory;
   platform::posix::postDistributedNotification(temporaryDirectory,
