@@ -3,6 +3,7 @@
 #include "Rehearsal/CertificateAuthority.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,6 +15,9 @@ struct HTTPResponse {
   std::string body;
   std::string contentType = "application/json";
   std::string location;  // of a redirect
+  /// Sent instead of the body, a piece at a time; `sent` is told after each how many bytes of how many have gone.
+  std::filesystem::path file;
+  std::function<void(std::size_t sent, std::size_t total)> progress;
 };
 
 struct HTTPRequest {
@@ -29,6 +33,7 @@ class HTTPSServer {
  public:
   using Handler = std::function<HTTPResponse(const HTTPRequest&)>;
 
+  /// The credentials are used while the server lives.
   HTTPSServer(const Credentials& credentials, Handler handler);
   HTTPSServer(const HTTPSServer&) = delete;
   HTTPSServer& operator=(const HTTPSServer&) = delete;
