@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -17,8 +18,9 @@ class ChildProgram {
   /// std::runtime_error when it cannot be started.
   ChildProgram(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
                const std::vector<std::string>& environment);
-  ChildProgram(const ChildProgram&) = delete;
-  ChildProgram& operator=(const ChildProgram&) = delete;
+  ChildProgram(ChildProgram&& other) noexcept
+      : pid_(std::exchange(other.pid_, -1)), status_(std::exchange(other.status_, 0)) {}
+  ChildProgram& operator=(ChildProgram&&) = delete;
   ~ChildProgram();
 
   [[nodiscard]] pid_t processIdentifier() const { return pid_; }

@@ -1,7 +1,7 @@
 #include "Rehearsal/Rehearsals.h"
 
 #include "Platform/URL.h"
-#include "Rehearsal/SigningIdentity.h"
+#include "Rehearsal/Maker.h"
 
 #include <algorithm>
 #include <atomic>
@@ -64,37 +64,6 @@ HTTPSServer::Handler imageHandler(const fs::path& image, Transcript& transcript)
   };
 }
 
-/// A newer Orvik, signed, in a signed disk image. The Mac trusts the signer as it would the platform vendor.
-fs::path packNewVersion(const Scene& scene, const Stage& stage, Transcript& transcript) {
-  const auto identity = makeSigningIdentity();
-  if (!identity) throw Failure("no signing identity: " + identity.error());
-  const fs::path work = scene.mac().folder() / "maker";
-  fs::create_directories(work);
-  if (const auto written = identity->writeInto(work.string()); !written) throw Failure(written.error());
-  writeFile(scene.mac().sysroot() / "System/Library/Security/anchors.pem", identity->anchors);
-
-  const fs::path app = StandInMac::installApplication(stage.prefix / "Orvik.app", work / "volume", newVersion);
-  std::string ballast = readFile("/proc/self/exe");
-  while (ballast.size() < ballastBytes) ballast += ballast;
-  ballast.resize(ballastBytes);
-  // Scrambled, or compression would leave nothing of it.
-  std::uint32_t state = 1;
-  for (char& byte : ballast)
-    byte = static_cast<char>(byte ^ static_cast<char>((state = (state * 1664525U) + 1013904223U) >> 24U));
-  writeFile(app / "Contents/Resources/Ballast", ballast);
-  fs::create_directory_symlink("/Applications", work / "volume/Applications");
-
-  const std::string pem = (work / "identity.pem").string();
-  const fs::path image = work / "Orvik.dmg";
-  scene.runTool("/usr/bin/codesign", {"--sign", pem, app.string()});
-  scene.runTool("/usr/bin/hdiutil", {"create", "-srcfolder", (work / "volume").string(), "-volname", "Orvik", "-format",
-                                     "UDZO", image.string()});
-  scene.runTool("/usr/bin/codesign", {"--sign", pem, "--identifier", "com.corvane.ProjectOrvik.image", image.string()});
-  transcript.fact("image", fmt::format("Orvik {} signed and packed: {:.1f} MB", newVersion,
-                                       static_cast<double>(fs::file_size(image)) / 1e6));
-  return image;
-}
-
 /// The hosts of a list's install URLs, as far as it can be read; what is wrong with a list is for the agent to find.
 std::set<std::string> imageHosts(const std::string& list) {
   std::set<std::string> hosts;
@@ -145,7 +114,10 @@ void rehearseInstall(const Stage& stage, Transcript& transcript) {
                                        imageHost);
   std::atomic<int> requests = 0;
   Scene scene(stage, {}, transcript);
-  const fs::path image = packNewVersion(scene, stage, transcript);
+  const fs::path image =
+      Maker(scene, stage.prefix / "Orvik.app").pack({.version = newVersion, .ballastBytes = ballastBytes});
+  transcript.fact("image", fmt::format("Orvik {} signed and packed: {:.1f} MB", newVersion,
+                                       static_cast<double>(fs::file_size(image)) / 1e6));
   scene.serve(CORVANE_DOWNLOAD_HOST, listHandler(list, transcript, requests));
   scene.serve(imageHost, imageHandler(image, transcript));
   scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});

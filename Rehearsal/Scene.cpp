@@ -20,6 +20,7 @@ using namespace std::chrono_literals;
 /// No step takes nearly so long on a machine that is not overloaded.
 constexpr auto stepLimit = 60s;
 constexpr const char* agentBundle = "Corvane Desktop Update Service.app";
+constexpr unsigned ordinaryUser = 65534;  // nobody
 constexpr const char* orvikIdentifier = "com.corvane.ProjectOrvik";
 
 constexpr std::array terminationRecords = {
@@ -71,20 +72,34 @@ void Scene::serve(const std::string& host, const HTTPSServer::Handler& handler) 
 }
 
 void Scene::runTool(const std::string& path, const std::vector<std::string>& arguments) const {
-  std::vector<std::string> environment = mac_.environment();
-  environment.emplace_back("PATH=/usr/bin:/bin");
-  ChildProgram tool(mac_.sysroot().string() + path, arguments, environment);
+  ChildProgram tool = start(mac_.sysroot().string() + path, arguments);
   const auto status = tool.wait(stepLimit);
   if (status != 0) throw Failure(fmt::format("{} {} failed", path, fmt::join(arguments, " ")));
 }
 
-void Scene::startAgent() {
-  transcript_.heading("The agent starts and checks the list");
+void Scene::handToOrdinaryUser() {
+  if (getuid() != 0) return;
+  for (const auto& entry : fs::recursive_directory_iterator(mac_.folder())) {
+    if (lchown(entry.path().c_str(), ordinaryUser, ordinaryUser) != 0) throw Failure("cannot hand over the Mac");
+  }
+  if (lchown(mac_.folder().c_str(), ordinaryUser, ordinaryUser) != 0) throw Failure("cannot hand over the Mac");
+  belongsToOrdinaryUser_ = true;
+}
+
+ChildProgram Scene::start(const fs::path& executable, const std::vector<std::string>& arguments) const {
   std::vector<std::string> environment = mac_.environment();
   environment.emplace_back("PATH=/usr/bin:/bin");
-  agent_.emplace(
-      mac_.home() / "Library/Application Support/Corvane" / agentBundle / "Contents/MacOS/EmergencyUpdateService",
-      std::vector<std::string>{}, environment);
+  if (!belongsToOrdinaryUser_) return {executable, arguments, environment};
+  const std::string user = std::to_string(ordinaryUser);
+  std::vector<std::string> words{"--reuid", user, "--regid", user, "--clear-groups", executable.string()};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  return {"/usr/bin/setpriv", words, environment};
+}
+
+void Scene::startAgent() {
+  transcript_.heading("The agent starts and checks the list");
+  agent_.emplace(start(
+      mac_.home() / "Library/Application Support/Corvane" / agentBundle / "Contents/MacOS/EmergencyUpdateService", {}));
 }
 
 std::string Scene::reach(const std::vector<std::string>& messages) {

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,10 @@ class Scene {
   /// Runs one of the Mac's tools to its end.
   void runTool(const std::string& path, const std::vector<std::string>& arguments) const;
 
+  /// From here on the agent and the tools run as an ordinary user, to whom the whole Mac belongs: root may do anything,
+  /// whatever the permissions say. Changes nothing when this process is no root.
+  void handToOrdinaryUser();
+
   void startAgent();
   /// Shows the agent's records up to the first whose message is one of these, and returns that.
   std::string reach(const std::vector<std::string>& messages);
@@ -68,6 +73,8 @@ class Scene {
 
  private:
   void installAgent() const;
+  [[nodiscard]] ChildProgram start(const std::filesystem::path& executable,
+                                   const std::vector<std::string>& arguments) const;
 
   Stage stage_;
   Transcript& transcript_;
@@ -80,6 +87,7 @@ class Scene {
   };
   std::vector<Server> servers_;
   std::optional<ChildProgram> agent_;
+  bool belongsToOrdinaryUser_ = false;
 };
 
 }  // namespace rehearsal
