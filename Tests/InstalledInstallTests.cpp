@@ -46,7 +46,7 @@ TEST_P(InstalledInstall, EndsAsItShould) {
   Scene scene({.prefix = prefix}, {}, transcript);
   const fs::path image = Maker(scene, prefix / "Orvik.app").pack(ending.release);
   scene.serve("download.corvane.example", [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
-  scene.serve("images.corvane.example", [&](const HTTPRequest&) { return HTTPResponse{.file = image}; });
+  scene.serve("images.corvane.example", [image](const HTTPRequest&) { return HTTPResponse{.file = image}; });
   scene.handToOrdinaryUser();
   if (ending.sabotage) ending.sabotage(scene);
   scene.startAgent();

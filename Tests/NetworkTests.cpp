@@ -171,7 +171,10 @@ Downloaded download(const rehearsal::StandInMac& mac, const std::string& url,
       });
   EXPECT_TRUE(std::filesystem::is_empty(mac.temporaryDirectory())) << "a task starts suspended";
   task->resume();
-  return promise.get_future().get();
+  Downloaded result = promise.get_future().get();
+  // The completion has returned or is about to; then the session's file is gone.
+  while (!std::filesystem::is_empty(mac.temporaryDirectory())) std::this_thread::yield();
+  return result;
 }
 
 TEST_F(Network, DownloadsIntoAFileOfTheSessions) {
@@ -193,8 +196,6 @@ TEST_F(Network, DownloadsIntoAFileOfTheSessions) {
   EXPECT_EQ(download(mac, "https://list.example/empty").contents, "");
   rehearsal::writeFile(mac.sysroot() / "Library/a.dmg", "from a file");
   EXPECT_EQ(download(mac, "file:///Library/a.dmg").contents, "from a file");
-  // The completions have returned or are about to; then the session's files are gone.
-  while (!std::filesystem::is_empty(mac.temporaryDirectory())) std::this_thread::yield();
 }
 
 TEST_F(Network, FailedDownloadsHaveAnErrorAndNoFile) {
@@ -219,7 +220,6 @@ TEST_F(Network, FailedDownloadsHaveAnErrorAndNoFile) {
         std::pair(std::string("file:///Library"), -1100), std::pair(std::string("file:///Volumes"), -1101)}) {
     const Downloaded result = download(mac, from, waiting);
     EXPECT_EQ(result.contents + " " + result.error, fmt::format("(none) NSURLErrorDomain {}", code)) << from;
-    while (!std::filesystem::is_empty(mac.temporaryDirectory())) std::this_thread::yield();
   }
 }
 
