@@ -13,8 +13,8 @@ class ApplicationDelegate {
 
 /// The shared application object: runs the main run loop and asks its delegate at start and end.
 ///
-/// SIGTERM and SIGINT ask it to terminate, as a logout does on a Mac. No user interface, no state to restore, no way for a
-/// delegate to refuse.
+/// SIGTERM and SIGINT ask it to terminate, as a logout does on a Mac. No user interface, no state to restore, no way
+/// for a delegate to refuse.
 class Application {
  public:
   virtual ~Application() = default;

@@ -22,8 +22,8 @@ struct ChildProcessResult {
 /// Runs child processes. Any thread, several at once; run() blocks its thread until the child has exited.
 ///
 /// The child inherits environment and working directory, gets descriptors 0 to 2 only, a process group of its own and
-/// default signal handling. Captured pipes are drained while it runs, so a child may write any amount; what a grandchild
-/// that outlives it still writes is not waited for.
+/// default signal handling. Captured pipes are drained while it runs, so a child may write any amount; what a
+/// grandchild that outlives it still writes is not waited for.
 class ChildProcessLauncher {
  public:
   enum class Capture { no, yes };

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/NSError.h"
+#include "Platform/URL.h"
+
 #include <expected>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "Platform/NSError.h"
-#include "Platform/URL.h"
 
 namespace platform {
 
@@ -29,6 +29,25 @@ class FileManager {
   /// The path with every symbolic link resolved and then standardized; unchanged but for `.`, `..` and doubled slashes
   /// when nothing is there. The platform's stripping of "/private" is left out.
   [[nodiscard]] virtual std::string resolvedAndStandardized(const std::string& path) const = 0;
+
+  /// The direct entries of a folder, hidden ones included, in the order the file system has them.
+  [[nodiscard]] virtual std::expected<std::vector<URL>, NSError> contentsOfDirectory(const URL& folder) const = 0;
+
+  /// Creates the folder and those above it that are missing; a folder that is there already is a success.
+  virtual std::expected<void, NSError> createDirectory(const URL& folder) = 0;
+
+  /// Renames the item, or copies and removes it where it lies on another file system. Nothing may be at the
+  /// destination.
+  virtual std::expected<void, NSError> moveItem(const URL& from, const URL& to) = 0;
+
+  /// Copies a file, a link (as a link) or a folder with everything in it: bytes, permissions, times, extended
+  /// attributes. Nothing may be at the destination. A copy that fails midway stays as far as it came; devices, sockets
+  /// and fifos fail it. Set-user and set-group bits are dropped. ACLs and flags are left out.
+  virtual std::expected<void, NSError> copyItem(const URL& from, const URL& to) = 0;
+
+  /// Removes a file, a link (never what it leads to) or a folder with everything in it, but no other file system
+  /// mounted there. What was removed before a failure stays removed.
+  virtual std::expected<void, NSError> removeItem(const URL& item) = 0;
 };
 
 /// The folders the platform names by purpose. Any thread.
@@ -41,6 +60,8 @@ class SearchPaths {
 
   /// The user's Library directory, not created; absent when there is no home directory.
   [[nodiscard]] virtual std::optional<URL> userLibraryDirectory() const = 0;
+
+  [[nodiscard]] virtual URL temporaryDirectory() const = 0;
 };
 
 }  // namespace platform

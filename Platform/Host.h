@@ -1,7 +1,5 @@
 #pragma once
 
-#include <memory>
-
 #include "Platform/Application.h"
 #include "Platform/BackgroundTasks.h"
 #include "Platform/Bundle.h"
@@ -10,15 +8,20 @@
 #include "Platform/FileManager.h"
 #include "Platform/ProcessInfo.h"
 #include "Platform/RunLoop.h"
+#include "Platform/SecCode.h"
+#include "Platform/ServiceManagement.h"
 #include "Platform/SystemLog.h"
 #include "Platform/URLContents.h"
+#include "Platform/URLSession.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
 
+#include <memory>
+
 namespace platform {
 
-/// The platform's process-wide facilities, gathered for the composition root: one of each, none of them owned. Components
-/// are handed the single facility they use, never all of them.
+/// The platform's process-wide facilities, gathered for the composition root: one of each, none of them owned.
+/// Components are handed the single facility they use, never all of them.
 struct Facilities {
   const Clock& clock;
   RunLoop& mainRunLoop;
@@ -26,11 +29,14 @@ struct Facilities {
   const Bundle& mainBundle;
   const ProcessInfo& processInfo;
   UserDefaultsDomains& userDefaults;
-  const FileManager& fileManager;
+  FileManager& fileManager;
   const SearchPaths& searchPaths;
   URLContents& urlContents;
+  URLSessions& urlSessions;
   const Workspace& workspace;
   ChildProcessLauncher& childProcesses;
+  const CodeSecurity& codeSecurity;
+  const ServiceManagement& serviceManagement;
   SystemLog& systemLog;
 };
 

@@ -1,5 +1,8 @@
 #include "Platform/PropertyList.h"
 
+#include "Platform/BinaryPropertyList.h"
+
+#include <cmath>
 #include <memory>
 
 #include <plist/plist.h>
@@ -14,7 +17,9 @@ struct PlistFree {
 };
 using PlistNode = std::unique_ptr<void, PlistFree>;
 
-NSError corrupt() { return {NSCocoaErrorDomain, NSPropertyListReadCorruptError}; }
+NSError corrupt() {
+  return {NSCocoaErrorDomain, NSPropertyListReadCorruptError};
+}
 
 std::expected<PropertyList, NSError> imported(plist_t node, int depth);
 
@@ -93,7 +98,7 @@ std::expected<PropertyList, NSError> imported(plist_t node, int depth) {
       std::int32_t seconds = 0;
       std::int32_t microseconds = 0;
       plist_get_date_val(node, &seconds, &microseconds);
-      return PropertyList(PropertyList::Date{seconds + microseconds / 1e6});
+      return PropertyList(PropertyList::Date{seconds + (microseconds / 1e6)});
     }
     case PLIST_ARRAY:
       return importedArray(node, depth);
@@ -104,7 +109,6 @@ std::expected<PropertyList, NSError> imported(plist_t node, int depth) {
   }
 }
 
-
 plist_t exported(const PropertyList& value) {
   if (const auto* boolean = value.as<bool>()) return plist_new_bool(*boolean ? 1 : 0);
   if (const auto* integer = value.as<std::int64_t>()) return plist_new_uint(static_cast<std::uint64_t>(*integer));
@@ -114,7 +118,9 @@ plist_t exported(const PropertyList& value) {
     return plist_new_data(reinterpret_cast<const char*>(data->data()), data->size());
   }
   if (const auto* date = value.as<PropertyList::Date>()) {
-    return plist_new_date(static_cast<std::int32_t>(date->secondsSinceReferenceDate), 0);
+    const double seconds = std::floor(date->secondsSinceReferenceDate);
+    const double microseconds = (date->secondsSinceReferenceDate - seconds) * 1e6;
+    return plist_new_date(static_cast<std::int32_t>(seconds), static_cast<std::int32_t>(microseconds));
   }
   if (const auto* array = value.as<PropertyList::Array>()) {
     plist_t node = plist_new_array();
@@ -143,8 +149,12 @@ const PropertyList* PropertyList::operator[](std::string_view key) const {
 
 std::expected<PropertyList, NSError> PropertyList::parse(std::string_view bytes) {
   if (bytes.empty() || bytes.size() > maximumBytes) return std::unexpected(corrupt());
+  if (bytes.starts_with("bplist")) {
+    auto list = parseBinaryPropertyList(bytes);
+    return list ? std::expected<PropertyList, NSError>(std::move(*list)) : std::unexpected(corrupt());
+  }
   plist_t root = nullptr;
-  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
+  plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   const PlistNode owned(root);
   return imported(root, 0);
 }

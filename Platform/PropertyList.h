@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/NSError.h"
+
 #include <cstdint>
 #include <expected>
 #include <map>
@@ -8,8 +10,6 @@
 #include <string_view>
 #include <variant>
 #include <vector>
-
-#include "Platform/NSError.h"
 
 namespace platform {
 
@@ -28,16 +28,16 @@ class PropertyList {
     bool operator==(const Date&) const = default;
   };
 
-  PropertyList(bool value) : value_(value) {}                                 // NOLINT(google-explicit-constructor)
-  PropertyList(std::int64_t value) : value_(value) {}                         // NOLINT(google-explicit-constructor)
-  PropertyList(int value) : value_(std::int64_t{value}) {}                    // NOLINT(google-explicit-constructor)
-  PropertyList(double value) : value_(value) {}                               // NOLINT(google-explicit-constructor)
-  PropertyList(std::string value) : value_(std::move(value)) {}               // NOLINT(google-explicit-constructor)
-  PropertyList(const char* value) : value_(std::string(value)) {}             // NOLINT(google-explicit-constructor)
-  PropertyList(Data value) : value_(std::move(value)) {}                      // NOLINT(google-explicit-constructor)
-  PropertyList(Date value) : value_(value) {}                                 // NOLINT(google-explicit-constructor)
-  PropertyList(Array value) : value_(std::move(value)) {}                     // NOLINT(google-explicit-constructor)
-  PropertyList(Dictionary value) : value_(std::move(value)) {}                // NOLINT(google-explicit-constructor)
+  PropertyList(bool value) : value_(value) {}                      // NOLINT(google-explicit-constructor)
+  PropertyList(std::int64_t value) : value_(value) {}              // NOLINT(google-explicit-constructor)
+  PropertyList(int value) : value_(std::int64_t{value}) {}         // NOLINT(google-explicit-constructor)
+  PropertyList(double value) : value_(value) {}                    // NOLINT(google-explicit-constructor)
+  PropertyList(std::string value) : value_(std::move(value)) {}    // NOLINT(google-explicit-constructor)
+  PropertyList(const char* value) : value_(std::string(value)) {}  // NOLINT(google-explicit-constructor)
+  PropertyList(Data value) : value_(std::move(value)) {}           // NOLINT(google-explicit-constructor)
+  PropertyList(Date value) : value_(value) {}                      // NOLINT(google-explicit-constructor)
+  PropertyList(Array value) : value_(std::move(value)) {}          // NOLINT(google-explicit-constructor)
+  PropertyList(Dictionary value) : value_(std::move(value)) {}     // NOLINT(google-explicit-constructor)
 
   /// The value when it is of just this kind, else null.
   template <class Kind>

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/Clock.h"
+
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <vector>
-
-#include "Platform/Clock.h"
 
 namespace platform {
 

@@ -8,10 +8,18 @@
 namespace platform {
 namespace {
 
-bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isHex(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
-bool isUnreserved(char c) { return isAlpha(c) || isDigit(c) || std::string_view("-._~").contains(c); }
+bool isAlpha(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool isHex(char c) {
+  return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+bool isUnreserved(char c) {
+  return isAlpha(c) || isDigit(c) || std::string_view("-._~").contains(c);
+}
 
 std::string percentEncoded(std::string_view text, std::string_view allowed) {
   static constexpr std::string_view digits = "0123456789ABCDEF";
@@ -66,9 +74,8 @@ std::string withoutTrailingSlash(std::string path) {
 }
 
 bool isScheme(std::string_view text) {
-  return !text.empty() && isAlpha(text.front()) && std::ranges::all_of(text, [](char c) {
-    return isAlpha(c) || isDigit(c) || c == '+' || c == '-' || c == '.';
-  });
+  return !text.empty() && isAlpha(text.front()) &&
+         std::ranges::all_of(text, [](char c) { return isAlpha(c) || isDigit(c) || c == '+' || c == '-' || c == '.'; });
 }
 
 /// Takes the part of `rest` before the first of `delimiters` off it.

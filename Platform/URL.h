@@ -6,15 +6,15 @@
 
 namespace platform {
 
-/// A URL as the platform's value type holds it: a parsed text, absolute or a relative reference. Immutable; two URLs are
-/// equal when their texts are. Any thread.
+/// A URL as the platform's value type holds it: a parsed text, absolute or a relative reference. Immutable; two URLs
+/// are equal when their texts are. Any thread.
 ///
 /// Left out of the real thing: base URLs, query items, and IDNA, so a host that is not plain ASCII does not parse.
 class URL {
  public:
-  /// Parses an RFC 3986 URI reference. Characters that may not stand in a component are percent-encoded first, the whole
-  /// component with them, as the platform's parser does since macOS 14. Absent: the empty text, a prefix before the
-  /// first colon that is no scheme, a port that is no number, a malformed bracket or escape, a host with an illegal
+  /// Parses an RFC 3986 URI reference. Characters that may not stand in a component are percent-encoded first, the
+  /// whole component with them, as the platform's parser does since macOS 14. Absent: the empty text, a prefix before
+  /// the first colon that is no scheme, a port that is no number, a malformed bracket or escape, a host with an illegal
   /// character.
   static std::optional<URL> parse(std::string_view text);
 

@@ -1,17 +1,17 @@
 #pragma once
 
+#include "Platform/PropertyList.h"
+
 #include <memory>
 #include <optional>
 #include <string_view>
-
-#include "Platform/PropertyList.h"
 
 namespace platform {
 
 /// The user defaults of one domain: property-list values by key, kept with their own kinds. Any thread.
 ///
-/// Every call reads or writes the domain's file; there is no cache, no search list beyond the one domain, and none of the
-/// platform's conversions between kinds.
+/// Every call reads or writes the domain's file; there is no cache, no search list beyond the one domain, and none of
+/// the platform's conversions between kinds.
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;

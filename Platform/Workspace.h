@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Platform/URL.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "Platform/URL.h"
 
 namespace platform {
 

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Platform/URL.h"
+#include "Posix/Sysroot.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include <curl/curl.h>
+
+namespace platform::posix {
+
+/// One easy handle with what every request of this machine has in common: verified certificates (the sysroot's
+/// etc/ssl/cert.pem when it is there), the sysroot's connect-to lines, no proxy, http and https only, up to 20
+/// redirects and none from https to http, an idle time-out. Curl must have been initialized. One thread at a time.
+class CurlRequest {
+ public:
+  CurlRequest(const URL& url, const Sysroot& sysroot, long idleSeconds);
+  CurlRequest(const CurlRequest&) = delete;
+  CurlRequest& operator=(const CurlRequest&) = delete;
+
+  /// False when curl could not be set up, for want of memory.
+  [[nodiscard]] bool isValid() const { return handle_ != nullptr; }
+  [[nodiscard]] CURL* get() const { return handle_.get(); }
+
+ private:
+  static int checkIdle(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent);
+
+  struct HandleCleanup {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+  };
+  struct ListFree {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  };
+
+  std::unique_ptr<curl_slist, ListFree> connectTo_;
+  std::unique_ptr<CURL, HandleCleanup> handle_;
+  std::chrono::seconds idleLimit_;
+  curl_off_t transferred_ = 0;
+  std::chrono::steady_clock::time_point lastProgress_;
+};
+
+}  // namespace platform::posix

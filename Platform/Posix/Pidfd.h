@@ -1,0 +1,6 @@
+#pragma once
+
+// The C library's header declares these functions without saying that they are C.
+extern "C" {
+#include <sys/pidfd.h>
+}

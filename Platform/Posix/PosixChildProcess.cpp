@@ -1,0 +1,147 @@
+#include "Posix/PosixChildProcess.h"
+
+#include "Posix/Pidfd.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <memory>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+namespace platform::posix {
+namespace {
+
+struct Pipe {
+  FileDescriptor readingEnd;
+  FileDescriptor writingEnd;
+
+  static Pipe make() {
+    std::array<int, 2> ends{-1, -1};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) return {};
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    return {.readingEnd = FileDescriptor(ends[0]), .writingEnd = FileDescriptor(ends[1])};
+  }
+};
+
+/// posix_spawn's two option objects, with what every child gets.
+class SpawnOptions {
+ public:
+  SpawnOptions() {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+  }
+  SpawnOptions(const SpawnOptions&) = delete;
+  SpawnOptions& operator=(const SpawnOptions&) = delete;
+  ~SpawnOptions() {
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+  }
+
+  posix_spawn_file_actions_t actions{};
+  posix_spawnattr_t attributes{};
+};
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  result.reserve(texts.size() + 1);
+  for (std::string& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+/// Reads what there is to read without waiting. False at the end of the pipe.
+bool drain(const FileDescriptor& pipe, std::string& output) {
+  std::array<char, 65536> chunk{};
+  while (true) {
+    const ssize_t count = read(pipe.get(), chunk.data(), chunk.size());
+    if (count > 0) {
+      output.append(chunk.data(), static_cast<std::size_t>(count));
+    } else if (count == 0 || errno != EINTR) {
+      return count < 0 && errno == EAGAIN;
+    }
+  }
+}
+
+/// Collects both pipes until the child has exited, and then what it left in them.
+void collect(pid_t child, Pipe& out, Pipe& err, std::string& output, std::string& errorOutput) {
+  const FileDescriptor process(pidfd_open(child, 0));
+  std::array<pollfd, 3> waits{
+      {{out.readingEnd.get(), POLLIN, 0}, {err.readingEnd.get(), POLLIN, 0}, {process.get(), POLLIN, 0}}};
+  while (process && (waits[2].revents & POLLIN) == 0) {
+    if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) break;
+    if (waits[0].revents != 0 && !drain(out.readingEnd, output)) waits[0].fd = -1;
+    if (waits[1].revents != 0 && !drain(err.readingEnd, errorOutput)) waits[1].fd = -1;
+  }
+  drain(out.readingEnd, output);
+  drain(err.readingEnd, errorOutput);
+}
+
+ChildProcessResult reaped(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return {};
+  }
+  ChildProcessResult result;
+  if (WIFSIGNALED(status)) {
+    result.reason = ChildProcessResult::Reason::uncaughtSignal;
+    result.status = WTERMSIG(status);
+  } else {
+    result.reason = ChildProcessResult::Reason::exit;
+    result.status = WEXITSTATUS(status);
+  }
+  return result;
+}
+
+std::optional<std::string> unlessEmpty(std::string text) {
+  if (text.empty()) return std::nullopt;
+  return text;
+}
+
+}  // namespace
+
+ChildProcessResult PosixChildProcessLauncher::run(const std::string& launchPath,
+                                                  const std::vector<std::string>& arguments, Capture capture) {
+  const bool captures = capture == Capture::yes;
+  Pipe out;
+  Pipe err;
+  SpawnOptions options;
+  if (captures) {
+    out = Pipe::make();
+    err = Pipe::make();
+    if (!out.readingEnd || !err.readingEnd) return {};
+    posix_spawn_file_actions_adddup2(&options.actions, out.writingEnd.get(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&options.actions, err.writingEnd.get(), STDERR_FILENO);
+  }
+  posix_spawn_file_actions_addclosefrom_np(&options.actions, STDERR_FILENO + 1);
+
+  std::vector<std::string> words{launchPath};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> variables = environment_.variables();
+  pid_t child = 0;
+  if (posix_spawn(&child, sysroot_.machinePath(launchPath).c_str(), &options.actions, &options.attributes,
+                  pointers(words).data(), pointers(variables).data()) != 0) {
+    return {};
+  }
+  out.writingEnd.reset();
+  err.writingEnd.reset();
+  std::string output;
+  std::string errorOutput;
+  if (captures) collect(child, out, err, output, errorOutput);
+  ChildProcessResult result = reaped(child);
+  result.standardOutput = unlessEmpty(std::move(output));
+  result.standardError = unlessEmpty(std::move(errorOutput));
+  return result;
+}
+
+}  // namespace platform::posix

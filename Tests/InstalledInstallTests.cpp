@@ -1,0 +1,122 @@
+#include "Platform/PropertyList.h"
+#include "Rehearsal/Maker.h"
+#include "Rehearsal/Scene.h"
+
+#include <filesystem>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+using rehearsal::HTTPRequest;
+using rehearsal::HTTPResponse;
+using rehearsal::Maker;
+using rehearsal::Scene;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* list = R"({"version":"1","updates":[{"date":"","appVersions":["1.79"],
+    "actions":[{"install":{"url":"https://images.corvane.example/Orvik.dmg"}}]}]})";
+
+/// One way for an install to end, provoked with the installed agent, as an ordinary user.
+struct Ending {
+  const char* name;
+  Maker::Release release;
+  std::function<void(const Scene&)> sabotage;  // before the agent starts
+  std::vector<std::string> lastRecords;        // up to the last
+  std::string installedVersion;                // afterwards; empty when the application is gone
+};
+void PrintTo(const Ending& ending, std::ostream* out) {
+  *out << ending.name;
+}
+
+std::string installedVersion(const Scene& scene) {
+  const fs::path plist = scene.orvik() / "Contents/Info.plist";
+  if (!fs::exists(plist)) return "";
+  return *platform::PropertyList::parse(rehearsal::readFile(plist))->operator[]("CFBundleVersion")->string();
+}
+
+class InstalledInstall : public testing::TestWithParam<Ending> {};
+
+TEST_P(InstalledInstall, EndsAsItShould) {
+  const Ending& ending = GetParam();
+  rehearsal::Transcript transcript;
+  const fs::path prefix = CORVANE_TEST_PREFIX;
+  Scene scene({.prefix = prefix}, {}, transcript);
+  const fs::path image = Maker(scene, prefix / "Orvik.app").pack(ending.release);
+  scene.serve("download.corvane.example", [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
+  scene.serve("images.corvane.example", [&](const HTTPRequest&) { return HTTPResponse{.file = image}; });
+  scene.handToOrdinaryUser();
+  if (ending.sabotage) ending.sabotage(scene);
+  scene.startAgent();
+  for (const std::string& record : ending.lastRecords) scene.reach({record});
+  scene.quitAgent();
+  EXPECT_EQ(installedVersion(scene), ending.installedVersion);
+  EXPECT_EQ(scene.runningOrvik(), std::nullopt) << "it did not run before";
+  EXPECT_TRUE(fs::is_empty(scene.mac().sysroot() / "Volumes")) << "still mounted";
+  chmod((scene.mac().sysroot() / "Applications").c_str(), 0755);
+}
+
+const std::string tooOld = "App verification failed, status=-67050, error={Domain=NSOSStatusErrorDomain, Code=-67050} ";
+const std::string isUnsigned =
+    "App verification failed, status=-67062, error={Domain=NSOSStatusErrorDomain, Code=-67062} ";
+
+INSTANTIATE_TEST_SUITE_P(
+    Stops, InstalledInstall,
+    testing::Values(
+        Ending{"Completed", {}, {}, {"Skipping app launch", "Installation completed", "Cleaning up"}, "1.80.0"},
+        Ending{"NotWritable",
+               {},
+               [](const Scene& scene) { chmod(scene.orvik().c_str(), 0555); },
+               {"Checking ability to replace app files",
+                "Installer stopped, aborting install early because replacing app files is not possible"},
+               "1.79.3"},
+        Ending{"Refused",
+               {},
+               [](const Scene& scene) {
+                 rehearsal::writeFile(scene.mac().sysroot() / "etc/connect-to",
+                                      rehearsal::readFile(scene.mac().sysroot() / "etc/connect-to")
+                                          .append("")
+                                          .replace(0, 0, "images.corvane.example:443:127.0.0.1:1\n"));
+               },
+               {"Download attempt 2/3", "App download failed: {Domain=NSURLErrorDomain, Code=-1004}",
+                "Installer stopped, download failed"},
+               "1.79.3"},
+        Ending{"UnsignedImage",
+               {.signsImage = false},
+               {},
+               {isUnsigned + "(InitialVerification)", "Installer stopped, initial verification failed"},
+               "1.79.3"},
+        Ending{"AnotherRoot",
+               {},
+               [](const Scene& scene) { fs::remove(scene.mac().sysroot() / "System/Library/Security/anchors.pem"); },
+               {tooOld + "(InitialVerification)", "Installer stopped, initial verification failed"},
+               "1.79.3"},
+        Ending{
+            "NoApplication", {.hasApp = false}, {}, {"Unarchiving", "Installer stopped, unarchiving failed"}, "1.79.3"},
+        Ending{"NoTool",
+               {},
+               [](const Scene& scene) { fs::remove(scene.mac().sysroot() / "usr/bin/hdiutil"); },
+               {"Unarchive failed, couldn't mount DMG, command status: 127", "Installer stopped, unarchiving failed"},
+               "1.79.3"},
+        Ending{"FolderNotWritable",
+               {},
+               [](const Scene& scene) { chmod((scene.mac().sysroot() / "Applications").c_str(), 0555); },
+               {"Could not remove app files: {Domain=NSCocoaErrorDomain, Code=513, "
+                "UnderlyingError={Domain=NSPOSIXErrorDomain, Code=13}}",
+                "Installer stopped, replacing app files failed", "Cleaning up"},
+               ""},
+        Ending{"UnsignedApplication",
+               {.signsApp = false},
+               {},
+               {isUnsigned + "(FinalVerification)", "Installer stopped, final verification failed", "Cleaning up"},
+               "1.80.0"},
+        Ending{"OlderApplication",
+               {.version = "1.79.2"},
+               {},
+               {tooOld + "(FinalVerification)", "Installer stopped, final verification failed", "Cleaning up"},
+               "1.79.2"}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace

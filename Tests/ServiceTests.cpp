@@ -1,0 +1,192 @@
+#include "Environment/EmergencyUpdateServiceAgentIDProvider.h"
+#include "Support/RecordingLogSender.h"
+#include "Support/World.h"
+
+#include <gmock/gmock.h>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char* dryRunForEverybody =
+    R"({"version":"1","updates":[{"date":"","appVersions":["1"],"actions":[{"dryRun":{}}]}]})";
+constexpr const char* emptyList = R"({"version":"1","updates":[]})";
+
+class Service : public World {
+ protected:
+  static constexpr const char* overrideKey = "com.corvane.EmergencyUpdateService.listCheckTimeIntervalSeconds";
+
+  /// How many checks begin within so many seconds from now.
+  int checksWithin(double seconds) {
+    records();
+    advance(seconds);
+    return static_cast<int>(std::ranges::count(records(), "Emergency update list check started"));
+  }
+};
+
+TEST_F(Service, LaunchesInOrderAndPerformsADryRun) {
+  installs("1.79.3");
+  serves(dryRunForEverybody);
+  launch();
+  EXPECT_THAT(network.requested, ElementsAre("https://download.corvane.example/emergency_update_list.json"));
+  EXPECT_THAT(
+      records(),
+      ElementsAre("EmergencyUpdateService launching", "EmergencyUpdateService starting update watchdog",
+                  "EmergencyUpdateService starting checking list", "EmergencyUpdateService starting cleanup manager",
+                  "Emergency update list check started", "Dry run action triggered"));
+  service().terminate();
+  EXPECT_THAT(records(),
+              ElementsAre("EmergencyUpdateService being terminated", "EmergencyUpdateService stopping update watchdog",
+                          "EmergencyUpdateService stopping checking list", "Emergency update list check stopped",
+                          "EmergencyUpdateService stopping cleanup manager"));
+  EXPECT_EQ(checksWithin(10 * hours), 0) << "a stopped checker checked";
+}
+
+TEST_F(Service, ASecondLaunchIsIgnored) {
+  serves(emptyList);
+  launch();
+  const fakes::RecordingLogSender log;
+  service().launch();
+  settle();
+  EXPECT_THAT(log.texts(),
+              ElementsAre("trace EmergencyUpdateService: EmergencyUpdateService launch was already called. "
+                          "Ignoring."));
+  EXPECT_EQ(network.requested.size(), 1U);
+}
+
+TEST_F(Service, TerminatesBeforeItWasLaunched) {
+  const fakes::RecordingLogSender log;
+  service().terminate();
+  ASSERT_EQ(log.records().size(), 4U);
+  EXPECT_EQ(log.records()[0].text(), "info EmergencyUpdateService: EmergencyUpdateService being terminated");
+  EXPECT_EQ(log.records()[0].file, "EmergencyUpdateService");
+  EXPECT_EQ(log.records()[0].function, "terminate()");
+  EXPECT_EQ(log.records()[3].text(), "debug EmergencyUpdateService: EmergencyUpdateService stopping cleanup manager");
+  EXPECT_EQ(log.records()[3].function, "stopCleanupManager()");
+}
+
+TEST_F(Service, WithoutABundleIdentifierChecksTheListAllTheSame) {
+  hasNoBundleIdentifier();
+  stores(1, overrideKey);
+  installs("1.79.3");
+  serves(emptyList);
+  launch();
+  EXPECT_THAT(records(),
+              ElementsAre("EmergencyUpdateService launching", "EmergencyUpdateService starting update watchdog",
+                          "EmergencyUpdateService starting checking list",
+                          "EmergencyUpdateService could not start cleanup manager: agentEnvironment is nil",
+                          "Emergency update list check started", "Validation succeeded with no updates"));
+  EXPECT_EQ(checksWithin(4 * hours - 1), 0) << "the override must not count without an identifier";
+}
+
+TEST_F(Service, ChecksAtOnceThenEveryFourHoursFromTheStartOfACheck) {
+  serves(emptyList);
+  launch();
+  EXPECT_EQ(network.requested.size(), 1U);
+  EXPECT_EQ(checksWithin(4 * hours - 1), 0);
+  EXPECT_EQ(checksWithin(1), 1) << "elapsed time equal to the interval passes";
+  servesNothing();
+  EXPECT_EQ(checksWithin(4 * hours), 1);
+  EXPECT_EQ(checksWithin(4 * hours - 60), 0) << "a failed check counts as one";
+}
+
+TEST_F(Service, AClockSetBackDelaysAndOneSetForwardHastensTheNextCheck) {
+  serves(emptyList);
+  launch();
+  clock.setForward(-2 * hours);
+  EXPECT_EQ(checksWithin(6 * hours - 60), 0);
+  EXPECT_EQ(checksWithin(60), 1);
+  clock.setForward(3 * hours);
+  EXPECT_EQ(checksWithin(1 * hours), 1);
+}
+
+struct Override {
+  const char* name;
+  platform::PropertyList value;
+  int checksInFourHours;
+};
+
+void PrintTo(const Override& row, std::ostream* out) {
+  *out << row.name;
+}
+
+class ServiceOverride : public Service, public testing::WithParamInterface<Override> {};
+
+TEST_P(ServiceOverride, ReplacesTheIntervalOnlyWhenItIsANumber) {
+  stores(GetParam().value, overrideKey);
+  serves(emptyList);
+  launch();
+  EXPECT_EQ(checksWithin(4 * hours), GetParam().checksInFourHours);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, ServiceOverride,
+                         testing::Values(Override{"zero", 0, 240}, Override{"integer", 600, 24},
+                                         Override{"real", 90.5, 120}, Override{"negative", -1, 240},
+                                         Override{"text", "600", 1}, Override{"boolean", true, 1},
+                                         Override{"date", platform::PropertyList::Date{600}, 1}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(Service, SkipsTicksWhileACheckIsRunning) {
+  stores(0, overrideKey);
+  int running = 0;
+  network.answer = [&](const platform::URL&) -> fakes::ScriptedURLContents::Answer {
+    EXPECT_EQ(++running, 1) << "two checks overlap";
+    if (network.requested.size() == 1) advance(10 * 60);  // this download takes ten ticks
+    --running;
+    return emptyList;
+  };
+  launch();
+  EXPECT_EQ(network.requested.size(), 1U);
+  EXPECT_EQ(checksWithin(60), 1) << "after the long one the ticks count again";
+}
+
+TEST_F(Service, SaysWhatItCouldNotDo) {
+  downloads.answer = [](const platform::URL&) {
+    return fakes::ScriptedURLSessions::Answer{.error = platform::NSError(platform::NSURLErrorDomain, -1009)};
+  };
+  installs("1.79.3");
+  launch();
+  EXPECT_THAT(records(),
+              testing::IsSupersetOf({"Failed to download emergency update list", "Check aborted, could not download"}));
+  const std::map<std::string, std::vector<std::string>> expected = {
+      {"<html>", {"Failed to parse emergency update list", "Check aborted, could not parse"}},
+      {emptyList, {"Validation succeeded with no updates"}},
+      {R"({"version":"","updates":[{"date":"","appVersions":["2"],"actions":[]}]})",
+       {"Validation succeeded with no matches"}},
+      {R"({"version":"","updates":[{"date":"","appVersions":["1"],"actions":[]}]})",
+       {"Validation failed: (ValidationFailure.noActions)"}},
+      {R"({"version":"","updates":[{"date":"","appVersions":["1"],"actions":[{"install":{"url":"https://a/b"}}]}]})",
+       {"Install action triggered", "Checking ability to replace app files", "Downloading", "Download attempt 0/3",
+        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Download attempt 1/3",
+        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Download attempt 2/3",
+        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Installer stopped, download failed"}},
+  };
+  for (const auto& [list, messages] : expected) {
+    serves(list);
+    advance(4 * hours);
+    std::vector<std::string> all = {"Emergency update list check started"};
+    all.insert(all.end(), messages.begin(), messages.end());
+    EXPECT_EQ(records(), all) << list;
+  }
+}
+
+TEST_F(Service, MakesAnAgentIdentifierOnce) {
+  const std::string key = std::string(identifier) + ".agentID";
+  platform::posix::FileUserDefaultsDomains domains({platform::posix::Sysroot(""), mac.home().string(), ""}, identifier);
+  launch();
+  const auto stored = domains.standard()->object(key);
+  ASSERT_TRUE(stored && stored->string() != nullptr);
+  EXPECT_THAT(*stored->string(),
+              testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
+  corvane::EmergencyUpdateServiceAgentIDProvider later(domains.standard(), key);
+  EXPECT_EQ(later.agentID(), *stored->string());
+  domains.standard()->set(7, key);
+  EXPECT_EQ(later.agentID(), *stored->string()) << "read once";
+  corvane::EmergencyUpdateServiceAgentIDProvider anew(domains.standard(), key);
+  EXPECT_NE(anew.agentID(), *stored->string()) << "a number is no identifier";
+  EXPECT_EQ(domains.standard()->object(key), platform::PropertyList(anew.agentID()));
+}
+
+}  // namespace
