@@ -122,9 +122,12 @@ TEST(PropertyLists, SurviveHostileBinaryForms) {
 TEST(PropertyLists, RefuseWhatIsNone) {
   const std::string deep(100'000, 'x');
   std::string nested = "<plist>";
-  for (int i = 0; i < 300; ++i) nested += "<array>";
-  for (int i = 0; i < 300; ++i) nested += "</array>";
-  for (const std::string& bytes : {std::string(), deep, nested + "</plist>", std::string("bplist00\xFF\xFF\xFF")}) {
+  for (int i = 0; i < 300'000; ++i) nested += "<array>";
+  for (int i = 0; i < 300'000; ++i) nested += "</array>";
+  std::string hidden = "<plist>";  // nesting that end tags nobody reads seem to undo
+  for (int i = 0; i < 300'000; ++i) hidden += "<array><!--</array>-->";
+  for (const std::string& bytes :
+       {std::string(), deep, nested + "</plist>", hidden, std::string("bplist00\xFF\xFF\xFF")}) {
     const auto list = PropertyList::parse(bytes);
     ASSERT_FALSE(list) << bytes.substr(0, 40);
     EXPECT_EQ(list.error().code(), platform::NSPropertyListReadCorruptError);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <string_view>
 
 namespace platform::codesignature {
@@ -28,6 +29,8 @@ OSStatus statusOf(int verifyError) {
       return CSSMERR_TP_CERT_EXPIRED;
     case X509_V_ERR_CERT_NOT_YET_VALID:
       return CSSMERR_TP_CERT_NOT_VALID_YET;
+    // Whoever it names as its issuer did not issue it.
+    case X509_V_ERR_CERT_SIGNATURE_FAILURE:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
@@ -40,12 +43,15 @@ OSStatus statusOf(int verifyError) {
   }
 }
 
-StoreHandle storeOf(const std::vector<Certificate>& bag, const Anchors& anchors) {
+std::vector<Certificate> selfSigned(const std::vector<Certificate>& bag) {
+  std::vector<Certificate> roots;
+  std::ranges::copy_if(bag, std::back_inserter(roots), &Certificate::isSelfSigned);
+  return roots;
+}
+
+StoreHandle storeOf(const std::vector<Certificate>& roots) {
   StoreHandle store(X509_STORE_new());
-  for (const auto& anchor : anchors.certificates()) X509_STORE_add_cert(store.get(), anchor.handle());
-  for (const auto& certificate : bag) {
-    if (certificate.isSelfSigned()) X509_STORE_add_cert(store.get(), certificate.handle());
-  }
+  for (const auto& root : roots) X509_STORE_add_cert(store.get(), root.handle());
   return store;
 }
 
@@ -55,9 +61,9 @@ BorrowedStack stackOf(const std::vector<Certificate>& certificates) {
   return stack;
 }
 
-Result<CertificateChain> builtPath(const Certificate& leaf, const std::vector<Certificate>& bag, const Anchors& anchors,
-                                   std::optional<std::time_t> time) {
-  const StoreHandle store = storeOf(bag, anchors);
+Result<CertificateChain> pathTo(const std::vector<Certificate>& roots, const Certificate& leaf,
+                                const std::vector<Certificate>& bag, std::optional<std::time_t> time) {
+  const StoreHandle store = storeOf(roots);
   const BorrowedStack untrusted = stackOf(bag);
   const StoreContextHandle context(X509_STORE_CTX_new());
   if (X509_STORE_CTX_init(context.get(), store.get(), leaf.handle(), untrusted.get()) != 1) {
@@ -78,6 +84,17 @@ Result<CertificateChain> builtPath(const Certificate& leaf, const std::vector<Ce
   CertificateChain chain;
   for (int i = 0; i < sk_X509_num(path); ++i) chain.emplace_back(sk_X509_value(path, i));
   return chain;
+}
+
+/// An anchor's path where there is one, else one to a root in the bag. Never both sorts at a time: roots of one name
+/// and different keys would be taken for each other.
+Result<CertificateChain> builtPath(const Certificate& leaf, const std::vector<Certificate>& bag, const Anchors& anchors,
+                                   std::optional<std::time_t> time) {
+  auto anchored = pathTo(anchors.certificates(), leaf, bag, time);
+  if (anchored) return anchored;
+  auto rooted = pathTo(selfSigned(bag), leaf, bag, time);
+  if (rooted || rooted.error().status != CSSMERR_TP_NOT_TRUSTED) return rooted;
+  return anchored;
 }
 
 bool isKnownExtension(X509_EXTENSION* extension) {

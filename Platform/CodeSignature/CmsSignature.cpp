@@ -30,13 +30,28 @@ CMS_SignerInfo* onlySigner(CMS_ContentInfo* cms) {
   return CMS_signed_get_attr_count(signer) > 0 ? signer : nullptr;
 }
 
-bool hasAcceptableDigest(CMS_SignerInfo* signer) {
-  constexpr std::array acceptable = {NID_sha1, NID_sha256, NID_sha384, NID_sha512};
-  X509_ALGOR* digest = nullptr;
-  CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
+int nameOf(const X509_ALGOR* algorithm) {
   const ASN1_OBJECT* object = nullptr;
-  X509_ALGOR_get0(&object, nullptr, nullptr, digest);
-  return std::ranges::find(acceptable, OBJ_obj2nid(object)) != acceptable.end();
+  X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
+  return OBJ_obj2nid(object);
+}
+
+/// A digest that is not broken, and a signature algorithm that goes with it and with the leaf's key.
+bool hasAcceptableAlgorithms(CMS_SignerInfo* signer) {
+  constexpr std::array acceptable = {NID_sha1, NID_sha256, NID_sha384, NID_sha512};
+  EVP_PKEY* key = nullptr;
+  X509_ALGOR* digestAlgorithm = nullptr;
+  X509_ALGOR* signatureAlgorithm = nullptr;
+  CMS_SignerInfo_get0_algs(signer, &key, nullptr, &digestAlgorithm, &signatureAlgorithm);
+  const int digestName = nameOf(digestAlgorithm);
+  if (std::ranges::find(acceptable, digestName) == acceptable.end()) return false;
+  const int keyName = EVP_PKEY_get_base_id(key);
+  const int signatureName = nameOf(signatureAlgorithm);
+  if (signatureName == keyName) return true;
+  int signedDigest = NID_undef;
+  int signingKey = NID_undef;
+  if (OBJ_find_sigid_algs(signatureName, &signedDigest, &signingKey) != 1) return false;
+  return signedDigest == digestName && signingKey == keyName;
 }
 
 /// Signed attributes must say what was signed: data that is just this content, once.
@@ -85,10 +100,12 @@ Result<CmsSignature> CmsSignature::verify(ByteView bytes, std::span<const CodeDi
   const CmsHandle cms = decoded(bytes);
   if (!cms) return failed(errSecUnknownFormat);
   CMS_SignerInfo* signer = onlySigner(cms.get());
-  if (signer == nullptr || !hasAcceptableDigest(signer) || !hasContentType(signer)) {
+  if (signer == nullptr || !hasContentType(signer)) {
     return failed(errSecCSSignatureFailed);
   }
+  // Verifying finds the signer's certificate, and with it the key.
   if (!verifiesContent(cms.get(), directories.front().bytes())) return failed(errSecCSSignatureFailed);
+  if (!hasAcceptableAlgorithms(signer)) return failed(errSecCSSignatureFailed);
   if (!namesAll(signer, directories)) return failed(errSecCSSignatureFailed);
   X509* leaf = nullptr;
   CMS_SignerInfo_get0_algs(signer, nullptr, &leaf, nullptr, nullptr);

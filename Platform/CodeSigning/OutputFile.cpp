@@ -77,8 +77,7 @@ Signed<InputFile> OutputFile::reader() const {
 }
 
 Signed<void> OutputFile::commit(mode_t mode) {
-  if (::fchmod(descriptor_.number(), mode) != 0 || ::fsync(descriptor_.number()) != 0 ||
-      ::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+  if (::fchmod(descriptor_.number(), mode) != 0 || ::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
     return systemError(path_);
   }
   temporaryPath_.clear();

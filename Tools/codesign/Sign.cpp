@@ -2,7 +2,7 @@
 
 #include "CodeSignature/InputFile.h"
 #include "CodeSigning/CodeSigner.h"
-#include "codesign/MachinePath.h"
+#include "codesign/CommandLinePath.h"
 
 #include <cstdio>
 #include <optional>
@@ -19,7 +19,7 @@ using platform::codesigning::Signed;
 
 Signed<Identity> identityAt(const std::string& path) {
   constexpr std::uint64_t maximumSize = std::uint64_t{1} << 20U;
-  const auto file = InputFile::open(AT_FDCWD, machinePath(absolutePath(path)), InputFile::Links::follow);
+  const auto file = InputFile::open(AT_FDCWD, machineFile(path), InputFile::Links::follow);
   const auto contents = file ? file->contents(maximumSize) : std::unexpected(file.error());
   if (!contents) return std::unexpected(path + ": no identity found");
   return Identity::fromPEM(platform::codesignature::textOf(*contents));
@@ -42,7 +42,7 @@ int sign(const SignOptions& options) {
     if (!found) return failure(found.error());
     request.identity = &identity.emplace(std::move(*found));
   }
-  const auto done = signCode(machinePath(absolutePath(options.path)), request);
+  const auto done = signCode(machineFile(options.path), request);
   return done ? 0 : failure(done.error());
 }
 

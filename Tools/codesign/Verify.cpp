@@ -2,7 +2,7 @@
 
 #include "CodeSignature/PosixCodeSecurity.h"
 #include "CodeSignature/Requirement.h"
-#include "codesign/MachinePath.h"
+#include "codesign/CommandLinePath.h"
 
 #include <algorithm>
 #include <array>
@@ -84,6 +84,9 @@ int verify(const VerifyOptions& options) {
     }
     requirement.emplace(std::move(*compiled));
   }
+  const PosixCodeSecurity::PathMapper machinePath = [](std::string_view path) {
+    return machineFile(std::string(path));
+  };
   const PosixCodeSecurity security(machinePath, PosixCodeSecurity::installedAnchors(machinePath));
   const auto code = security.staticCode(platform::URL::fileURL(absolutePath(options.path)));
   if (!code) return report(options, code.error(), {});
