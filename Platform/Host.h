@@ -5,6 +5,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Clock.h"
+#include "Platform/DistributedNotificationCenter.h"
 #include "Platform/FileManager.h"
 #include "Platform/ProcessInfo.h"
 #include "Platform/RunLoop.h"
@@ -37,6 +38,7 @@ struct Facilities {
   ChildProcessLauncher& childProcesses;
   const CodeSecurity& codeSecurity;
   const ServiceManagement& serviceManagement;
+  DistributedNotificationCenter& distributedNotificationCenter;
   SystemLog& systemLog;
 };
 

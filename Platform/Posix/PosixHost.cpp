@@ -2,6 +2,7 @@
 #include "Platform/Host.h"
 #include "Posix/CurlURLContents.h"
 #include "Posix/CurlURLSession.h"
+#include "Posix/DatagramNotificationCenter.h"
 #include "Posix/FileUserDefaults.h"
 #include "Posix/LaunchdJobs.h"
 #include "Posix/MainBundle.h"
@@ -56,6 +57,7 @@ class PosixHost final : public Host {
   PosixChildProcessLauncher childProcesses_{machine_.sysroot};
   codesignature::PosixCodeSecurity codeSecurity_ = makeCodeSecurity(machine_.sysroot);
   LaunchdJobs serviceManagement_{machine_.temporaryDirectory};
+  DatagramNotificationCenter distributedNotificationCenter_{application_.io(), machine_.temporaryDirectory};
   NdjsonSystemLog systemLog_{machine_.home};
   Facilities facilities_{.clock = clock_,
                          .mainRunLoop = application_.mainRunLoop(),
@@ -71,6 +73,7 @@ class PosixHost final : public Host {
                          .childProcesses = childProcesses_,
                          .codeSecurity = codeSecurity_,
                          .serviceManagement = serviceManagement_,
+                         .distributedNotificationCenter = distributedNotificationCenter_,
                          .systemLog = systemLog_};
 };
 

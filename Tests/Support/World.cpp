@@ -35,6 +35,7 @@ World::World()
                   .childProcesses = childProcesses,
                   .codeSecurity = codeSecurity,
                   .serviceManagement = serviceManagement,
+                  .distributedNotificationCenter = notifications,
                   .systemLog = systemLog},
       senderBefore_(corvane::EmergencyUpdateServiceLogger::setSharedSender(
           std::make_shared<corvane::EmergencyUpdateServiceNullLogSender>())) {

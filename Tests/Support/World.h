@@ -53,6 +53,7 @@ class World : public testing::Test {
   fakes::ScriptedURLSessions downloads;
   fakes::FakeCodeSecurity codeSecurity;
   fakes::FakeServiceManagement serviceManagement;
+  fakes::LocalNotificationCenter notifications;
   platform::Bundle bundle;
 
  private:
