@@ -9,6 +9,7 @@ namespace {
 constexpr platform::TimeInterval listCheckRunIntervalSeconds = 60.0;
 constexpr platform::TimeInterval listCheckIntervalSeconds = 14400.0;
 constexpr platform::TimeInterval downloadRequestTimeoutSeconds = 300.0;
+constexpr platform::TimeInterval updateObservationTimeoutSeconds = 120.0;
 
 }  // namespace
 
@@ -52,6 +53,15 @@ void EmergencyUpdateService::configureLogging() {
 
 void EmergencyUpdateService::startUpdateWatchdog() {
   logger_.debug({"EmergencyUpdateService starting update watchdog"}, at("startUpdateWatchdog()"));
+  ApplicationUpdateWatchdog::Collaborators collaborators{
+      .notificationCenter = platform_.distributedNotificationCenter,
+      .runLoop = platform_.mainRunLoop,
+      .orvikAppStateProvider = orvikAppStateProvider_,
+      .tracker =
+          std::make_shared<ApplicationUpdateWatchdogTrackerImpl>(EmergencyUpdateServiceLogger("UpdateWatchdog"))};
+  updateWatchdog_ =
+      std::make_unique<ApplicationUpdateWatchdog>(std::move(collaborators), updateObservationTimeoutSeconds);
+  updateWatchdog_->start();
 }
 
 platform::TimeInterval EmergencyUpdateService::checkIntervalSeconds() const {
@@ -127,6 +137,7 @@ void EmergencyUpdateService::terminate() {
 
 void EmergencyUpdateService::stopUpdateWatchdog() {
   logger_.debug({"EmergencyUpdateService stopping update watchdog"}, at("stopUpdateWatchdog()"));
+  if (updateWatchdog_) updateWatchdog_->stop();
 }
 
 void EmergencyUpdateService::stopCheckingEmergencyUpdateList() {

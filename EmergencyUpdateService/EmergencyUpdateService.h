@@ -9,6 +9,7 @@
 #include "Environment/OrvikApp.h"
 #include "Logging/EmergencyUpdateServiceLogger.h"
 #include "Platform/Host.h"
+#include "UpdateWatchdog/ApplicationUpdateWatchdog.h"
 
 #include <memory>
 #include <optional>
@@ -48,6 +49,7 @@ class EmergencyUpdateService {
   const std::shared_ptr<const OrvikApp::StateProvider> orvikAppStateProvider_;
   const std::shared_ptr<CommandExecutor> commandExecutor_;
   std::shared_ptr<EmergencyUpdateListChecker> listChecker_;
+  std::unique_ptr<ApplicationUpdateWatchdog> updateWatchdog_;
   std::optional<EmergencyUpdateServiceBackendEnvironment> backendEnvironment_;
   std::optional<EmergencyUpdateServiceRuntimeEnvironment> runtimeEnvironment_;
   std::optional<EmergencyUpdateServiceAgentEnvironment> agentEnvironment_;
