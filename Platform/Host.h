@@ -7,6 +7,7 @@
 #include "Platform/Clock.h"
 #include "Platform/DistributedNotificationCenter.h"
 #include "Platform/FileManager.h"
+#include "Platform/ProcessExit.h"
 #include "Platform/ProcessInfo.h"
 #include "Platform/RunLoop.h"
 #include "Platform/SecCode.h"
@@ -39,6 +40,7 @@ struct Facilities {
   const CodeSecurity& codeSecurity;
   const ServiceManagement& serviceManagement;
   DistributedNotificationCenter& distributedNotificationCenter;
+  ProcessExit& processExit;
   SystemLog& systemLog;
 };
 

@@ -10,6 +10,7 @@
 #include "Posix/PosixApplication.h"
 #include "Posix/PosixChildProcess.h"
 #include "Posix/PosixFileManager.h"
+#include "Posix/PosixProcessExit.h"
 #include "Posix/PosixProcessInfo.h"
 #include "Posix/PosixWorkspace.h"
 #include "Posix/SystemClock.h"
@@ -58,6 +59,7 @@ class PosixHost final : public Host {
   codesignature::PosixCodeSecurity codeSecurity_ = makeCodeSecurity(machine_.sysroot);
   LaunchdJobs serviceManagement_{machine_.temporaryDirectory};
   DatagramNotificationCenter distributedNotificationCenter_{application_.io(), machine_.temporaryDirectory};
+  PosixProcessExit processExit_;
   NdjsonSystemLog systemLog_{machine_.home};
   Facilities facilities_{.clock = clock_,
                          .mainRunLoop = application_.mainRunLoop(),
@@ -74,6 +76,7 @@ class PosixHost final : public Host {
                          .codeSecurity = codeSecurity_,
                          .serviceManagement = serviceManagement_,
                          .distributedNotificationCenter = distributedNotificationCenter_,
+                         .processExit = processExit_,
                          .systemLog = systemLog_};
 };
 

@@ -4,6 +4,7 @@
 #include "Platform/ChildProcess.h"
 #include "Platform/Clock.h"
 #include "Platform/DistributedNotificationCenter.h"
+#include "Platform/ProcessExit.h"
 #include "Platform/SecCode.h"
 #include "Platform/ServiceManagement.h"
 #include "Platform/SystemLog.h"
@@ -203,6 +204,12 @@ class LocalNotificationCenter final : public platform::DistributedNotificationCe
     }
   }
   std::vector<std::tuple<const void*, std::string, Callback>> registrations;
+};
+
+class RecordingProcessExit final : public platform::ProcessExit {
+ public:
+  std::optional<int> status;
+  void exitImmediately(int with) override { status = with; }
 };
 
 class RecordingChildProcesses final : public platform::ChildProcessLauncher {
