@@ -156,6 +156,23 @@ TEST_F(InstalledAgent, LivesOnWhenTheListCannotBeHad) {
   hung.quit(SIGTERM);  // at once, though the check still waits for its answer
 }
 
+TEST_F(InstalledAgent, HearsTheMainApplicationComeAndGo) {
+  AgentOnMac on(server.port(), authority.certificatePEM());
+  const fs::path app =
+      StandInMac::installApplication(AgentOnMac::prefix / "Orvik.app", on.mac.sysroot() / "Applications", "1.79.3");
+  on.start();
+  on.upTo("Dry run action triggered");
+  // Two processes of it, so that the second to come and the second to go are noted, whichever that is.
+  ChildProgram one(app / "Contents/MacOS/Orvik", {}, on.mac.environment());
+  ChildProgram other(app / "Contents/MacOS/Orvik", {}, on.mac.environment());
+  on.upTo("App was already 'launched', possible version 1.79.3 crash or force termination");
+  one.send(SIGTERM);
+  other.send(SIGTERM);
+  on.upTo("App was already 'terminated', attempting to terminate again");
+  on.quit(SIGTERM);
+  EXPECT_TRUE(fs::is_empty(on.mac.temporaryDirectory() / "distnoted")) << "the agent's socket goes with it";
+}
+
 TEST_F(InstalledAgent, TheMainApplicationAnnouncesStartAndEnd) {
   const StandInMac mac;
   const std::string folder = platform::posix::distributedNotificationFolder(mac.temporaryDirectory().string());
