@@ -9,6 +9,9 @@ namespace {
 constexpr platform::TimeInterval listCheckRunIntervalSeconds = 60.0;
 constexpr platform::TimeInterval listCheckIntervalSeconds = 14400.0;
 constexpr platform::TimeInterval downloadRequestTimeoutSeconds = 300.0;
+constexpr platform::TimeInterval updateObservationTimeoutSeconds = 120.0;
+constexpr platform::TimeInterval mainAppCheckRunIntervalSeconds = 60.0;
+constexpr std::int64_t timesAppMissingLimit = 2;
 
 }  // namespace
 
@@ -17,7 +20,8 @@ EmergencyUpdateService::EmergencyUpdateService(const platform::Facilities& platf
       orvikAppStateProvider_(std::make_shared<OrvikApp::StateProviderImpl>(
           EmergencyUpdateServiceLogger("OrvikApp.StateProviderImpl"), platform.fileManager, platform.workspace,
           platform.searchPaths, platform.processInfo)),
-      commandExecutor_(std::make_shared<CommandExecutorImpl>(platform.childProcesses, platform.processInfo)) {}
+      commandExecutor_(std::make_shared<CommandExecutorImpl>(platform.childProcesses, platform.processInfo)),
+      installationMutex_(std::make_shared<OrvikApp::InstallationMutex>()) {}
 
 void EmergencyUpdateService::launch() {
   if (hasLaunched_) {
@@ -52,6 +56,15 @@ void EmergencyUpdateService::configureLogging() {
 
 void EmergencyUpdateService::startUpdateWatchdog() {
   logger_.debug({"EmergencyUpdateService starting update watchdog"}, at("startUpdateWatchdog()"));
+  ApplicationUpdateWatchdog::Collaborators collaborators{
+      .notificationCenter = platform_.distributedNotificationCenter,
+      .runLoop = platform_.mainRunLoop,
+      .orvikAppStateProvider = orvikAppStateProvider_,
+      .tracker =
+          std::make_shared<ApplicationUpdateWatchdogTrackerImpl>(EmergencyUpdateServiceLogger("UpdateWatchdog"))};
+  updateWatchdog_ =
+      std::make_unique<ApplicationUpdateWatchdog>(std::move(collaborators), updateObservationTimeoutSeconds);
+  updateWatchdog_->start();
 }
 
 platform::TimeInterval EmergencyUpdateService::checkIntervalSeconds() const {
@@ -103,7 +116,8 @@ std::shared_ptr<EmergencyUpdateInstaller> EmergencyUpdateService::makeInstaller(
                             platform_.processInfo},
       .appProcessLifecycle = {Logger("EmergencyUpdateAppProcessLifecycle"), commandExecutor_, orvikAppStateProvider_,
                               platform_.userDefaults},
-      .fileInstaller = {Logger("EmergencyUpdateAppFileInstaller"), orvikAppStateProvider_, platform_.fileManager},
+      .fileInstaller = {Logger("EmergencyUpdateAppFileInstaller"), orvikAppStateProvider_, platform_.fileManager,
+                        installationMutex_},
       .launchDecider = {Logger("EmergencyUpdatePostInstallLaunchDecider"),
                         EmergencyUpdatePostInstallLaunchDecider::ServiceManagementLibary(platform_.serviceManagement)}};
   return std::make_shared<EmergencyUpdateInstallerImpl>(Logger("EmergencyUpdateInstaller"), std::move(stages));
@@ -116,6 +130,20 @@ void EmergencyUpdateService::startCleanupManager() {
     return;
   }
   logger_.debug({"EmergencyUpdateService starting cleanup manager"}, at("startCleanupManager()"));
+  using Logger = EmergencyUpdateServiceLogger;
+  using Checker = EmergencyUpdateServiceMainAppUninstalledChecker;
+  EmergencyUpdateServiceUninstaller uninstaller(Logger("EmergencyUpdateServiceUninstaller"), *agentEnvironment_,
+                                                platform_.fileManager, commandExecutor_, platform_.processExit);
+  Checker::Collaborators collaborators{.logger = Logger("EmergencyUpdateServiceMainAppUninstalledChecker"),
+                                       .orvikAppStateProvider = orvikAppStateProvider_,
+                                       .installationMutex = installationMutex_,
+                                       .runLoop = platform_.mainRunLoop,
+                                       .backgroundTasks = platform_.backgroundTasks};
+  cleanupManager_ = EmergencyUpdateServiceCleanupManager::make(
+      Logger("EmergencyUpdateServiceCleanupManager"),
+      std::make_shared<Checker>(std::move(collaborators), mainAppCheckRunIntervalSeconds, timesAppMissingLimit),
+      std::move(uninstaller));
+  cleanupManager_->start();
 }
 
 void EmergencyUpdateService::terminate() {
@@ -127,6 +155,7 @@ void EmergencyUpdateService::terminate() {
 
 void EmergencyUpdateService::stopUpdateWatchdog() {
   logger_.debug({"EmergencyUpdateService stopping update watchdog"}, at("stopUpdateWatchdog()"));
+  if (updateWatchdog_) updateWatchdog_->stop();
 }
 
 void EmergencyUpdateService::stopCheckingEmergencyUpdateList() {
@@ -136,6 +165,7 @@ void EmergencyUpdateService::stopCheckingEmergencyUpdateList() {
 
 void EmergencyUpdateService::stopCleanupManager() {
   logger_.debug({"EmergencyUpdateService stopping cleanup manager"}, at("stopCleanupManager()"));
+  if (cleanupManager_) cleanupManager_->stop();
 }
 
 }  // namespace corvane

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cleanup/EmergencyUpdateServiceCleanupManager.h"
 #include "CommandLine/CommandExecutor.h"
 #include "EmergencyUpdateList/EmergencyUpdateListChecker.h"
 #include "Environment/EmergencyUpdateServiceAgentEnvironment.h"
@@ -9,6 +10,7 @@
 #include "Environment/OrvikApp.h"
 #include "Logging/EmergencyUpdateServiceLogger.h"
 #include "Platform/Host.h"
+#include "UpdateWatchdog/ApplicationUpdateWatchdog.h"
 
 #include <memory>
 #include <optional>
@@ -47,7 +49,10 @@ class EmergencyUpdateService {
   const EmergencyUpdateServiceLogger logger_{"EmergencyUpdateService"};
   const std::shared_ptr<const OrvikApp::StateProvider> orvikAppStateProvider_;
   const std::shared_ptr<CommandExecutor> commandExecutor_;
+  const std::shared_ptr<OrvikApp::InstallationMutex> installationMutex_;
   std::shared_ptr<EmergencyUpdateListChecker> listChecker_;
+  std::unique_ptr<ApplicationUpdateWatchdog> updateWatchdog_;
+  std::shared_ptr<EmergencyUpdateServiceCleanupManager> cleanupManager_;
   std::optional<EmergencyUpdateServiceBackendEnvironment> backendEnvironment_;
   std::optional<EmergencyUpdateServiceRuntimeEnvironment> runtimeEnvironment_;
   std::optional<EmergencyUpdateServiceAgentEnvironment> agentEnvironment_;

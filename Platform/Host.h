@@ -5,7 +5,9 @@
 #include "Platform/Bundle.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Clock.h"
+#include "Platform/DistributedNotificationCenter.h"
 #include "Platform/FileManager.h"
+#include "Platform/ProcessExit.h"
 #include "Platform/ProcessInfo.h"
 #include "Platform/RunLoop.h"
 #include "Platform/SecCode.h"
@@ -37,6 +39,8 @@ struct Facilities {
   ChildProcessLauncher& childProcesses;
   const CodeSecurity& codeSecurity;
   const ServiceManagement& serviceManagement;
+  DistributedNotificationCenter& distributedNotificationCenter;
+  ProcessExit& processExit;
   SystemLog& systemLog;
 };
 

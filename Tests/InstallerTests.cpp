@@ -53,7 +53,7 @@ class Install : public World {
   /// The records after "Install action triggered".
   std::vector<std::string> install() {
     launch();
-    std::vector<std::string> all = records();
+    std::vector<std::string> all = recordsBesidesCounts();
     all.erase(all.begin(), std::ranges::find(all, "Install action triggered") + 1);
     return all;
   }

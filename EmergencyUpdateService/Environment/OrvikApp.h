@@ -6,6 +6,7 @@
 #include "Platform/Workspace.h"
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@
 namespace corvane::OrvikApp {
 
 inline constexpr std::string_view bundleIdentifier = "com.corvane.ProjectOrvik";
+
+/// Held while the installed copy is being replaced, and while it is looked for and its absence acted upon.
+using InstallationMutex = std::mutex;
 
 /// Where the main application is installed, in which version, and whether it runs. Every call looks afresh; any thread.
 class StateProvider {

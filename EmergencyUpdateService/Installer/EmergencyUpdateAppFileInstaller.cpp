@@ -16,6 +16,7 @@ bool EmergencyUpdateAppFileInstaller::isAbleToReplaceAppFiles() const {
 
 std::optional<platform::URL> EmergencyUpdateAppFileInstaller::replaceAppFiles(
     const platform::URL& withContentsFrom) const {
+  const std::scoped_lock installation(*installationMutex_);
   auto destination = appStateProvider_->installationURL();
   if (!destination) {
     logger_.error({"Could not retrieve orvik application URL"}, at("replaceAppFiles(withContentsFrom:)"));

@@ -15,14 +15,19 @@ class EmergencyUpdateAppFileInstaller {
  public:
   EmergencyUpdateAppFileInstaller(EmergencyUpdateServiceLogger logger,
                                   std::shared_ptr<const OrvikApp::StateProvider> appStateProvider,
-                                  platform::FileManager& fileManager)
-      : logger_(logger), appStateProvider_(std::move(appStateProvider)), fileManager_(fileManager) {}
+                                  platform::FileManager& fileManager,
+                                  std::shared_ptr<OrvikApp::InstallationMutex> installationMutex)
+      : logger_(logger),
+        appStateProvider_(std::move(appStateProvider)),
+        fileManager_(fileManager),
+        installationMutex_(std::move(installationMutex)) {}
 
   /// Whether this process may write the installed bundle itself.
   [[nodiscard]] bool isAbleToReplaceAppFiles() const;
 
   /// Removes the installed bundle and copies this one into its place; the installed location, or absent after an
-  /// `error` record. There is no way back: a failure may leave the application missing or partly copied.
+  /// `error` record. There is no way back: a failure may leave the application missing or partly copied. Nobody judges
+  /// meanwhile that the application is gone.
   [[nodiscard]] std::optional<platform::URL> replaceAppFiles(const platform::URL& withContentsFrom) const;
 
  private:
@@ -31,6 +36,7 @@ class EmergencyUpdateAppFileInstaller {
   EmergencyUpdateServiceLogger logger_;
   std::shared_ptr<const OrvikApp::StateProvider> appStateProvider_;
   platform::FileManager& fileManager_;
+  std::shared_ptr<OrvikApp::InstallationMutex> installationMutex_;
 };
 
 }  // namespace corvane

@@ -1,6 +1,7 @@
 #include "Posix/DistributedNotificationPoster.h"
 
 #include "Posix/FileDescriptor.h"
+#include "Posix/SocketAddress.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -8,23 +9,8 @@
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 namespace platform::posix {
-namespace {
-
-/// A socket address holds some hundred bytes and a folder's path may be longer, so the socket is named by way of a
-/// descriptor of its folder. Absent for a file name that is too long even so.
-std::optional<sockaddr_un> addressInFolder(const FileDescriptor& folder, const std::string& name) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::string path = "/proc/self/fd/" + std::to_string(folder.get()) + "/" + name;
-  if (path.size() >= sizeof address.sun_path) return std::nullopt;
-  path.copy(static_cast<char*>(address.sun_path), path.size());
-  return address;
-}
-
-}  // namespace
 
 std::string distributedNotificationFolder(const std::string& temporaryDirectory) {
   return temporaryDirectory + "/distnoted";

@@ -5,7 +5,7 @@
 
 namespace platform::posix {
 
-class PosixFileManager final : public FileManager {
+class PosixFileManager : public FileManager {
  public:
   explicit PosixFileManager(Sysroot sysroot) : sysroot_(std::move(sysroot)) {}
 

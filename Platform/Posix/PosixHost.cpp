@@ -2,6 +2,7 @@
 #include "Platform/Host.h"
 #include "Posix/CurlURLContents.h"
 #include "Posix/CurlURLSession.h"
+#include "Posix/DatagramNotificationCenter.h"
 #include "Posix/FileUserDefaults.h"
 #include "Posix/LaunchdJobs.h"
 #include "Posix/MainBundle.h"
@@ -9,6 +10,7 @@
 #include "Posix/PosixApplication.h"
 #include "Posix/PosixChildProcess.h"
 #include "Posix/PosixFileManager.h"
+#include "Posix/PosixProcessExit.h"
 #include "Posix/PosixProcessInfo.h"
 #include "Posix/PosixWorkspace.h"
 #include "Posix/SystemClock.h"
@@ -56,6 +58,8 @@ class PosixHost final : public Host {
   PosixChildProcessLauncher childProcesses_{machine_.sysroot};
   codesignature::PosixCodeSecurity codeSecurity_ = makeCodeSecurity(machine_.sysroot);
   LaunchdJobs serviceManagement_{machine_.temporaryDirectory};
+  DatagramNotificationCenter distributedNotificationCenter_{application_.io(), machine_.temporaryDirectory};
+  PosixProcessExit processExit_;
   NdjsonSystemLog systemLog_{machine_.home};
   Facilities facilities_{.clock = clock_,
                          .mainRunLoop = application_.mainRunLoop(),
@@ -71,6 +75,8 @@ class PosixHost final : public Host {
                          .childProcesses = childProcesses_,
                          .codeSecurity = codeSecurity_,
                          .serviceManagement = serviceManagement_,
+                         .distributedNotificationCenter = distributedNotificationCenter_,
+                         .processExit = processExit_,
                          .systemLog = systemLog_};
 };
 

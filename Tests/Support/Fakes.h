@@ -3,6 +3,8 @@
 #include "Platform/BackgroundTasks.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Clock.h"
+#include "Platform/DistributedNotificationCenter.h"
+#include "Platform/ProcessExit.h"
 #include "Platform/SecCode.h"
 #include "Platform/ServiceManagement.h"
 #include "Platform/SystemLog.h"
@@ -183,6 +185,31 @@ class FakeServiceManagement final : public platform::ServiceManagement {
   [[nodiscard]] std::optional<platform::PropertyList> copyAllJobDictionaries(platform::SMDomain) const override {
     return jobs;
   }
+};
+
+/// Delivers what the test posts, at once.
+class LocalNotificationCenter final : public platform::DistributedNotificationCenter {
+ public:
+  void addObserver(const void* observer, std::string_view name, SuspensionBehavior /*suspensionBehavior*/,
+                   Callback callback) override {
+    registrations.emplace_back(observer, std::string(name), std::move(callback));
+  }
+  void removeObserver(const void* observer) override {
+    std::erase_if(registrations,
+                  [observer](const auto& registration) { return std::get<0>(registration) == observer; });
+  }
+  void post(std::string_view name, const std::optional<std::string>& object) override {
+    for (const auto& [observer, observed, callback] : std::vector(registrations)) {
+      if (observed == name) callback({.name = std::string(name), .object = object});
+    }
+  }
+  std::vector<std::tuple<const void*, std::string, Callback>> registrations;
+};
+
+class RecordingProcessExit final : public platform::ProcessExit {
+ public:
+  std::optional<int> status;
+  void exitImmediately(int with) override { status = with; }
 };
 
 class RecordingChildProcesses final : public platform::ChildProcessLauncher {

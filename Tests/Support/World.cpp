@@ -35,6 +35,8 @@ World::World()
                   .childProcesses = childProcesses,
                   .codeSecurity = codeSecurity,
                   .serviceManagement = serviceManagement,
+                  .distributedNotificationCenter = notifications,
+                  .processExit = processExit,
                   .systemLog = systemLog},
       senderBefore_(corvane::EmergencyUpdateServiceLogger::setSharedSender(
           std::make_shared<corvane::EmergencyUpdateServiceNullLogSender>())) {
@@ -92,11 +94,17 @@ void World::settle() {
 void World::advance(double seconds) {
   const double target = clock.uptime() + seconds;
   while (const auto next = runLoop.nextFireTime()) {
-    if (*next > target) break;
+    if (*next > target || processExit.status) break;
     clock.moveTo(*next);
     settle();
   }
   clock.moveTo(target);
+}
+
+std::vector<std::string> World::recordsBesidesCounts() {
+  auto messages = records();
+  std::erase_if(messages, [](const std::string& message) { return message.starts_with(missingCount); });
+  return messages;
 }
 
 std::vector<std::string> World::records() {

@@ -7,17 +7,31 @@
 #include "Rehearsal/StandInMac.h"
 #include "Support/Fakes.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+/// The real one, with something else happening at the beginning of a copy.
+class InterruptibleFileManager final : public platform::posix::PosixFileManager {
+ public:
+  using PosixFileManager::PosixFileManager;
+  std::function<void(const platform::URL& to)> atCopy = [](const platform::URL&) {};
+
+  std::expected<void, platform::NSError> copyItem(const platform::URL& from, const platform::URL& to) override {
+    atCopy(to);
+    return PosixFileManager::copyItem(from, to);
+  }
+};
+
 /// The whole agent in one process: the real composition over a stand-in Mac's real files, with virtual time, a scripted
 /// network and background tasks that run when their time has come.
 class World : public testing::Test {
  public:
   static constexpr double hours = 3600;
+  static constexpr const char* missingCount = "Emergency update service, times main app missing: ";
   static constexpr const char* identifier = "com.corvane.EmergencyUpdateService";
 
   World();
@@ -34,13 +48,16 @@ class World : public testing::Test {
   corvane::EmergencyUpdateService& service();
   /// Launches the agent and lets its background tasks finish.
   void launch();
-  /// Lets time pass: every timer that comes due fires, in order, with the work it starts.
+  /// Lets time pass: every timer that comes due fires, in order, with the work it starts. None once the process has
+  /// ended.
   void advance(double seconds);
   /// What is due now happens.
   void settle();
 
   /// The messages of the system log since the last call.
   std::vector<std::string> records();
+  /// The same without what each check for the main application says.
+  std::vector<std::string> recordsBesidesCounts();
 
   rehearsal::StandInMac mac;
   fakes::VirtualClock clock;
@@ -53,14 +70,18 @@ class World : public testing::Test {
   fakes::ScriptedURLSessions downloads;
   fakes::FakeCodeSecurity codeSecurity;
   fakes::FakeServiceManagement serviceManagement;
+  fakes::LocalNotificationCenter notifications;
+  fakes::RecordingProcessExit processExit;
   platform::Bundle bundle;
 
- private:
+ protected:
   platform::posix::Machine machine_;
-  platform::posix::PosixFileManager fileManager_;
+  InterruptibleFileManager fileManager_;
   platform::posix::HomeSearchPaths searchPaths_;
   platform::posix::PosixProcessInfo processInfo_;
   platform::posix::FileUserDefaultsDomains userDefaults_;
+
+ private:
   platform::Facilities facilities_;
   std::unique_ptr<corvane::EmergencyUpdateService> service_;
   std::shared_ptr<corvane::EmergencyUpdateServiceLogSender> senderBefore_;
