@@ -31,7 +31,7 @@ void ApplicationUpdateWatchdog::stop() {
 }
 
 void ApplicationUpdateWatchdog::handleAppNotification(const platform::DistributedNotification& notification) {
-  const auto name = std::ranges::find(applicationNotificationNames, notification.name);
+  const auto* const name = std::ranges::find(applicationNotificationNames, notification.name);
   if (name == applicationNotificationNames.end()) return;
   const auto index = name - applicationNotificationNames.begin();
   apply(applicationTransition(applicationState_, static_cast<ApplicationNotification>(index)));
@@ -55,11 +55,13 @@ void ApplicationUpdateWatchdog::report(const ApplicationTransition::Report& repo
 void ApplicationUpdateWatchdog::act(ApplicationTransition::Timer timer) {
   switch (timer) {
     case ApplicationTransition::Timer::unchanged:
-      return;
+      break;
     case ApplicationTransition::Timer::schedule:
-      return scheduleTimer();
+      scheduleTimer();
+      break;
     case ApplicationTransition::Timer::cancel:
-      return cancelTimer();
+      cancelTimer();
+      break;
   }
 }
 

@@ -26,16 +26,19 @@ void PosixApplication::run() {
 
 void PosixApplication::wait() {
   const auto next = mainRunLoop_.nextFireTime();
-  if (!next) {
-    io_.run_one();
-    return;
-  }
-  const std::chrono::duration<double> remaining(*next - clock_.uptime());
-  if (remaining.count() > 0) {
-    io_.run_one_for(std::chrono::ceil<std::chrono::nanoseconds>(remaining));
-  } else {
-    io_.poll_one();
-  }
+  if (next != alarmTime_) setAlarm(next);
+  io_.run_one();  // not run_one_for(), which wakes up every second
+}
+
+void PosixApplication::setAlarm(std::optional<TimeInterval> uptime) {
+  alarmTime_ = uptime;
+  alarm_.cancel();
+  if (!uptime) return;
+  const std::chrono::duration<double> remaining(*uptime - clock_.uptime());
+  alarm_.expires_after(std::chrono::ceil<std::chrono::nanoseconds>(remaining));
+  alarm_.async_wait([this](const std::error_code& error) {
+    if (!error) alarmTime_.reset();
+  });
 }
 
 void PosixApplication::terminate() {

@@ -6,6 +6,7 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
 
 namespace platform::posix {
 
@@ -24,12 +25,15 @@ class PosixApplication final : public Application {
 
  private:
   void wait();
+  void setAlarm(std::optional<TimeInterval> uptime);
 
   const Clock& clock_;
   asio::io_context io_{1};
   asio::executor_work_guard<asio::io_context::executor_type> keepRunning_ = asio::make_work_guard(io_);
   asio::signal_set quitSignals_;
   RunLoop mainRunLoop_;
+  asio::steady_timer alarm_{io_};
+  std::optional<TimeInterval> alarmTime_;  // uptime; absent when no alarm is set
   ApplicationDelegate* delegate_ = nullptr;
 };
 
