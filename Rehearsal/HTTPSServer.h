@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -21,6 +22,7 @@ struct HTTPRequest {
   std::string path;
   std::string host;  // the Host header
   std::string body;
+  std::map<std::string, std::string> headers;  // names in lower case; of several alike one
 };
 
 /// A real TLS server on a loopback port of its own, from construction to destruction. The handler runs on threads of
