@@ -9,6 +9,8 @@
 #include <cmath>
 #include <utility>
 
+#include <pthread.h>
+
 namespace platform::posix {
 namespace {
 
@@ -202,6 +204,7 @@ void CurlDataTransfers::failWaiting() {
 }
 
 void CurlDataTransfers::work() {
+  pthread_setname_np(pthread_self(), "URLSession");
   Worker worker(*this);
   while (auto orders = nextOrders(worker)) {
     for (Order& order : *orders) worker.begin(std::move(order));
