@@ -177,8 +177,8 @@ class ScriptedURLSessions final : public platform::URLSessions {
       auto completion = std::make_shared<DownloadCompletion>(std::move(completionHandler));
       task->action = [this, with, completion] {
         owner_.requested.push_back(with.absoluteString());
-        const Answer answer = owner_.answer(with);
-        (*completion)(answer.location, std::nullopt, answer.error);
+        const Answer given = owner_.answer(with);
+        (*completion)(given.location, std::nullopt, given.error);
       };
       return task;
     }
