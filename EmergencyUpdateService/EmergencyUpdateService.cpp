@@ -47,7 +47,9 @@ void EmergencyUpdateService::resolveEnvironments() {
 }
 
 void EmergencyUpdateService::configureLogging() {
-  EmergencyUpdateServiceLogger::configure(backendEnvironment_, runtimeEnvironment_, platform_.systemLog);
+  EmergencyUpdateServiceLogger::configure(
+      backendEnvironment_, runtimeEnvironment_,
+      {.systemLog = platform_.systemLog, .serialQueues = platform_.serialQueues, .urlSessions = platform_.urlSessions});
   if (!agentEnvironment_) return;
   EmergencyUpdateServiceAgentIDProvider provider(platform_.userDefaults.standard(),
                                                  agentEnvironment_->bundleIdentifier + ".agentID");

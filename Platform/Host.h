@@ -11,6 +11,7 @@
 #include "Platform/ProcessInfo.h"
 #include "Platform/RunLoop.h"
 #include "Platform/SecCode.h"
+#include "Platform/SerialQueue.h"
 #include "Platform/ServiceManagement.h"
 #include "Platform/SystemLog.h"
 #include "Platform/URLContents.h"
@@ -28,6 +29,7 @@ struct Facilities {
   const Clock& clock;
   RunLoop& mainRunLoop;
   BackgroundTasks& backgroundTasks;
+  SerialQueues& serialQueues;
   const Bundle& mainBundle;
   const ProcessInfo& processInfo;
   UserDefaultsDomains& userDefaults;

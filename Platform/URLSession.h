@@ -6,8 +6,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace platform {
 
@@ -25,6 +27,16 @@ struct URLSessionConfiguration {
 struct URLResponse {
   URL url;                      // of the last redirect
   std::int64_t statusCode = 0;  // 0 for a file
+};
+
+/// What to ask of a server. The cache policy is the protocol's default; sessions keep no cache.
+struct URLRequest {
+  URL url;
+  /// Without a byte for so long the task has timed out; the session's own limit counts where it is stricter.
+  TimeInterval timeoutInterval = 60;
+  std::string httpMethod = "GET";
+  std::map<std::string, std::string> httpHeaderFields;
+  std::string httpBody;  // sent with POST
 };
 
 class URLSessionTask {
@@ -46,10 +58,26 @@ class URLSession {
       std::move_only_function<void(const std::optional<URL>& location, const std::optional<URLResponse>& response,
                                    const std::optional<NSError>& error)>;
 
+  /// The body of the response, whatever its status; absent when there is an error.
+  using DataCompletion =
+      std::move_only_function<void(const std::optional<std::string>& data, const std::optional<URLResponse>& response,
+                                   const std::optional<NSError>& error)>;
+
+  /// A data task's body may have so many bytes; a longer one fails the task.
+  static constexpr std::size_t maximumDataBytes = std::size_t{256} << 10U;
+  /// So many data tasks of a session are under way at once, on as many connections or fewer; the others wait in the
+  /// order in which they were resumed.
+  static constexpr std::size_t maximumDataTransfers = 6;
+
   virtual ~URLSession() = default;
 
   /// A task that downloads into a file, in constant memory.
   virtual std::shared_ptr<URLSessionTask> downloadTask(const URL& with, DownloadCompletion completionHandler) = 0;
+
+  /// A task that exchanges a small body for another, over http or https only. Never waits for connectivity. A server
+  /// that drips does not hold it for ever: it has timed out after twice its time-out, bytes or not. All completions of
+  /// a session's data tasks come one after the other on one thread, so they must be short.
+  virtual std::shared_ptr<URLSessionTask> dataTask(const URLRequest& with, DataCompletion completionHandler) = 0;
 };
 
 /// Makes sessions.

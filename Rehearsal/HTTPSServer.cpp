@@ -1,5 +1,6 @@
 #include "Rehearsal/HTTPSServer.h"
 
+#include <cctype>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -27,9 +28,22 @@ void sendFile(const HTTPResponse& answer, httplib::Response& response) {
       });
 }
 
+std::map<std::string, std::string> headersOf(const httplib::Request& request) {
+  std::map<std::string, std::string> headers;
+  for (const auto& [name, value] : request.headers) {
+    std::string key = name;
+    for (char& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    headers[key] = value;
+  }
+  return headers;
+}
+
 void respond(const HTTPSServer::Handler& handler, const httplib::Request& request, httplib::Response& response) {
-  const HTTPResponse answer = handler(
-      {.method = request.method, .path = request.path, .host = request.get_header_value("Host"), .body = request.body});
+  const HTTPResponse answer = handler({.method = request.method,
+                                       .path = request.path,
+                                       .host = request.get_header_value("Host"),
+                                       .body = request.body,
+                                       .headers = headersOf(request)});
   response.status = answer.status;
   if (!answer.file.empty()) {
     sendFile(answer, response);

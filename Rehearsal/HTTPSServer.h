@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,7 @@ struct HTTPRequest {
   std::string path;
   std::string host;  // the Host header
   std::string body;
+  std::map<std::string, std::string> headers;  // names in lower case; of several alike one
 };
 
 /// A real TLS server on a loopback port of its own, from construction to destruction. The handler runs on threads of

@@ -155,10 +155,13 @@ TEST(LoggerConfiguration, NeedsBothEnvironments) {
       EmergencyUpdateServiceLogger::setSharedSender(std::make_shared<EmergencyUpdateServiceNullLogSender>());
   const auto& backend = EmergencyUpdateServiceBackendEnvironment::production();
   const EmergencyUpdateServiceRuntimeEnvironment runtime{.version = "1", .osVersion = "1.0.0", .devicePlatform = ""};
-  EmergencyUpdateServiceLogger::configure(std::nullopt, runtime, systemLog);
-  EmergencyUpdateServiceLogger::configure(backend, std::nullopt, systemLog);
+  fakes::ImmediateQueues queues;
+  fakes::ScriptedURLSessions sessions;
+  const EmergencyUpdateServiceLogger::Facilities facilities{systemLog, queues, sessions};
+  EmergencyUpdateServiceLogger::configure(std::nullopt, runtime, facilities);
+  EmergencyUpdateServiceLogger::configure(backend, std::nullopt, facilities);
   EmergencyUpdateServiceLogger("X").error({"dropped"}, at("f"));
-  EmergencyUpdateServiceLogger::configure(backend, runtime, systemLog);
+  EmergencyUpdateServiceLogger::configure(backend, runtime, facilities);
   EmergencyUpdateServiceLogger("X").debug({"kept"}, at("f"));
   EmergencyUpdateServiceLogger::setSharedSender(before);
   ASSERT_EQ(systemLog.entries.size(), 1U);

@@ -51,7 +51,9 @@ EmergencyUpdateServiceLogMessage::stringInterpolation() const {
 }
 
 std::string EmergencyUpdateServiceLogMessage::rendered(Privacy privacy) const {
+  constexpr std::size_t roomForAValue = 8;
   std::string text;
+  text.reserve(pattern_.size() + roomForAValue * count_);
   forEachSegment([&](std::string_view piece) { text += piece; },
                  [&](const Argument& argument) { argument.appendTo(text, privacy); });
   return text;

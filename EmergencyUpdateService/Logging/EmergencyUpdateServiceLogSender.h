@@ -19,7 +19,14 @@ std::string_view rawValue(LogLevel level);
 /// The level with just this raw value.
 std::optional<LogLevel> logLevel(std::string_view rawValue);
 
-/// One record on its way to the senders. Everything in it is borrowed for the duration of the call.
+/// The deployment that a remote record belongs to.
+enum class LogEnvironment : std::uint8_t { debug, prod };
+
+/// "debug", "prod".
+std::string_view rawValue(LogEnvironment environment);
+
+/// One record on its way to the senders. Name, file and function are literals, which a sender may keep; message and
+/// extra value are borrowed for the duration of the call.
 struct LogRecord {
   std::string_view name;  // the logger's
   LogLevel level;

@@ -1,5 +1,6 @@
 #include "Logging/EmergencyUpdateServiceLogger.h"
 
+#include "Logging/EmergencyUpdateServiceNimbetLogSender.h"
 #include "Logging/EmergencyUpdateServicePrintLogSender.h"
 
 #include <array>
@@ -22,7 +23,28 @@ SharedSender& shared() {
   return sender;
 }
 
+std::shared_ptr<EmergencyUpdateServiceLogSender> makeNimbetLogSender(
+    const EmergencyUpdateServiceBackendEnvironment& backend, const EmergencyUpdateServiceRuntimeEnvironment& runtime,
+    const EmergencyUpdateServiceLogger::Facilities& facilities) {
+  using Sender = EmergencyUpdateServiceNimbetLogSender;
+  return std::make_shared<Sender>(
+      facilities.serialQueues.serialQueue("com.corvane.EmergencyUpdateService.NimbetLogSender"),
+      facilities.urlSessions.session({}),
+      Sender::Configuration{.baseURL = backend.nimbet,
+                            .origin = backend.origin,
+                            .application = backend.application,
+                            .environment = LogEnvironment::prod,
+                            .version = runtime.version,
+                            .osVersion = runtime.osVersion,
+                            .osArch = runtime.devicePlatform,
+                            .minLogLevel = LogLevel::info});
+}
+
 }  // namespace
+
+std::string_view rawValue(LogEnvironment environment) {
+  return environment == LogEnvironment::prod ? "prod" : "debug";
+}
 
 std::string_view rawValue(LogLevel level) {
   return rawValues[static_cast<std::size_t>(level)];
@@ -47,10 +69,11 @@ std::shared_ptr<EmergencyUpdateServiceLogSender> EmergencyUpdateServiceLogger::s
 
 void EmergencyUpdateServiceLogger::configure(
     const std::optional<EmergencyUpdateServiceBackendEnvironment>& backendEnvironment,
-    const std::optional<EmergencyUpdateServiceRuntimeEnvironment>& runtimeEnvironment, platform::SystemLog& systemLog) {
+    const std::optional<EmergencyUpdateServiceRuntimeEnvironment>& runtimeEnvironment, const Facilities& facilities) {
   if (!backendEnvironment || !runtimeEnvironment) return;
   std::vector<std::shared_ptr<EmergencyUpdateServiceLogSender>> loggers;
-  loggers.push_back(std::make_shared<EmergencyUpdateServicePrintLogSender>(systemLog, LogLevel::debug));
+  loggers.push_back(std::make_shared<EmergencyUpdateServicePrintLogSender>(facilities.systemLog, LogLevel::debug));
+  loggers.push_back(makeNimbetLogSender(*backendEnvironment, *runtimeEnvironment, facilities));
   setSharedSender(std::make_shared<EmergencyUpdateServiceCompositeLogSender>(std::move(loggers)));
 }
 

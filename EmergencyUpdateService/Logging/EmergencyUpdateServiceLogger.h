@@ -3,7 +3,9 @@
 #include "Environment/EmergencyUpdateServiceBackendEnvironment.h"
 #include "Environment/EmergencyUpdateServiceRuntimeEnvironment.h"
 #include "Logging/EmergencyUpdateServiceLogSender.h"
+#include "Platform/SerialQueue.h"
 #include "Platform/SystemLog.h"
+#include "Platform/URLSession.h"
 
 #include <memory>
 #include <optional>
@@ -45,8 +47,7 @@ class EmergencyUpdateServiceLogger {
     std::string_view rawValue;
   };
 
-  /// The deployment that a remote record belongs to.
-  enum class Environment { debug, prod };
+  using Environment = LogEnvironment;
 
   explicit EmergencyUpdateServiceLogger(Name name) : name_(name) {}
 
@@ -87,11 +88,18 @@ class EmergencyUpdateServiceLogger {
   static std::shared_ptr<EmergencyUpdateServiceLogSender> setSharedSender(
       std::shared_ptr<EmergencyUpdateServiceLogSender> sender);
 
+  /// What the senders reach the world by.
+  struct Facilities {
+    platform::SystemLog& systemLog;
+    platform::SerialQueues& serialQueues;
+    platform::URLSessions& urlSessions;
+  };
+
   /// With both environments present, makes the process-wide sender the composite of all destinations: the system log
-  /// from `debug` up. Otherwise does nothing.
+  /// from `debug` up, the remote collector from `info` up. Otherwise does nothing.
   static void configure(const std::optional<EmergencyUpdateServiceBackendEnvironment>& backendEnvironment,
                         const std::optional<EmergencyUpdateServiceRuntimeEnvironment>& runtimeEnvironment,
-                        platform::SystemLog& systemLog);
+                        const Facilities& facilities);
 
  private:
   Name name_;

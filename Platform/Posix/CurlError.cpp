@@ -21,6 +21,7 @@ enum URLErrorCode : std::int64_t {
   fileDoesNotExist = -1100,
   fileIsDirectory = -1101,
   noPermissionToReadFile = -1102,
+  dataLengthExceedsMaximum = -1103,
   secureConnectionFailed = -1200,
   certificateUntrusted = -1202,
   cannotWriteToFile = -3003,
@@ -88,6 +89,10 @@ NSError fileURLError(int systemError) {
     default:
       return {NSURLErrorDomain, fileDoesNotExist};
   }
+}
+
+NSError dataTooLongError() {
+  return {NSURLErrorDomain, dataLengthExceedsMaximum};
 }
 
 NSError urlError(CURLcode code, long systemError) {

@@ -10,6 +10,9 @@ namespace platform::posix {
 /// of the failed connection (CURLINFO_OS_ERRNO), 0 when there is none.
 NSError urlError(CURLcode code, long systemError);
 
+/// A body that is longer than its reader takes.
+NSError dataTooLongError();
+
 /// The same for a file: URL that could not be read.
 NSError fileURLError(int systemError);
 

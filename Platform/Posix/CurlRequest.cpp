@@ -62,6 +62,20 @@ CurlRequest::CurlRequest(const URL& url, const Sysroot& sysroot, long idleSecond
   }
 }
 
+URLResponse CurlRequest::response(const URL& url) const {
+  long status = 0;
+  curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
+  const char* finalURL = nullptr;
+  curl_easy_getinfo(handle_.get(), CURLINFO_EFFECTIVE_URL, &finalURL);
+  return {.url = URL::parse(finalURL == nullptr ? "" : finalURL).value_or(url), .statusCode = status};
+}
+
+long CurlRequest::systemError() const {
+  long systemError = 0;
+  curl_easy_getinfo(handle_.get(), CURLINFO_OS_ERRNO, &systemError);
+  return systemError;
+}
+
 int CurlRequest::checkIdle(void* self, curl_off_t /*toReceive*/, curl_off_t received, curl_off_t /*toSend*/,
                            curl_off_t sent) {
   auto& request = *static_cast<CurlRequest*>(self);

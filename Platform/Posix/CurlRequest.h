@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Platform/URL.h"
+#include "Platform/NSError.h"
+#include "Platform/URLSession.h"
 #include "Posix/Sysroot.h"
 
 #include <chrono>
@@ -23,6 +24,14 @@ class CurlRequest {
   /// False when curl could not be set up, for want of memory.
   [[nodiscard]] bool isValid() const { return handle_ != nullptr; }
   [[nodiscard]] CURL* get() const { return handle_.get(); }
+
+  /// When the idle time-out ends this request unless a byte comes before. Curl has to be driven then: it looks only
+  /// when it runs.
+  [[nodiscard]] std::chrono::steady_clock::time_point idleDeadline() const { return lastProgress_ + idleLimit_; }
+  /// What has come of the transfer; `url` is the one asked for.
+  [[nodiscard]] URLResponse response(const URL& url) const;
+  /// The errno of the failed connection, 0 when there is none.
+  [[nodiscard]] long systemError() const;
 
  private:
   static int checkIdle(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent);

@@ -1,5 +1,6 @@
 #include "Posix/CurlURLSession.h"
 
+#include "Posix/CurlDataTransfers.h"
 #include "Posix/CurlError.h"
 #include "Posix/CurlRequest.h"
 #include "Posix/FileDescriptor.h"
@@ -142,15 +143,9 @@ class DownloadTask final : public URLSessionTask, public std::enable_shared_from
     curl_easy_setopt(handle, CURLOPT_TIMEOUT, std::max(static_cast<long>(left.count()), 1L));
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &writeToFile);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &descriptor);
-    Outcome outcome{.code = curl_easy_perform(handle), .systemError = 0};
-    curl_easy_getinfo(handle, CURLINFO_OS_ERRNO, &outcome.systemError);
-    long status = 0;
-    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-    response.statusCode = status;
-    const char* finalURL = nullptr;
-    curl_easy_getinfo(handle, CURLINFO_EFFECTIVE_URL, &finalURL);
-    if (const auto url = URL::parse(finalURL == nullptr ? "" : finalURL)) response.url = *url;
-    return outcome;
+    const CURLcode code = curl_easy_perform(handle);
+    response = request.response(url_);
+    return {.code = code, .systemError = request.systemError()};
   }
 
   Machine machine_;
@@ -159,18 +154,41 @@ class DownloadTask final : public URLSessionTask, public std::enable_shared_from
   URLSession::DownloadCompletion completion_;
 };
 
+class DataTask final : public URLSessionTask {
+ public:
+  DataTask(std::shared_ptr<CurlDataTransfers> transfers, const URLRequest& request,
+           URLSession::DataCompletion completion)
+      : transfers_(std::move(transfers)), order_{.request = request, .completion = std::move(completion)} {}
+
+  void resume() override { transfers_->start(std::move(order_)); }
+
+ private:
+  std::shared_ptr<CurlDataTransfers> transfers_;
+  CurlDataTransfers::Order order_;
+};
+
 class CurlURLSession final : public URLSession {
  public:
   CurlURLSession(const Machine& machine, const URLSessionConfiguration& configuration)
-      : machine_(machine), configuration_(configuration) {}
+      : machine_(machine),
+        configuration_(configuration),
+        dataTransfers_(std::make_shared<CurlDataTransfers>(machine.sysroot, configuration)) {}
+  CurlURLSession(const CurlURLSession&) = delete;
+  CurlURLSession& operator=(const CurlURLSession&) = delete;
+  ~CurlURLSession() override { dataTransfers_->finishAndInvalidate(); }
 
   std::shared_ptr<URLSessionTask> downloadTask(const URL& with, DownloadCompletion completionHandler) override {
     return std::make_shared<DownloadTask>(machine_, configuration_, with, std::move(completionHandler));
   }
 
+  std::shared_ptr<URLSessionTask> dataTask(const URLRequest& with, DataCompletion completionHandler) override {
+    return std::make_shared<DataTask>(dataTransfers_, with, std::move(completionHandler));
+  }
+
  private:
   Machine machine_;
   URLSessionConfiguration configuration_;
+  std::shared_ptr<CurlDataTransfers> dataTransfers_;
 };
 
 }  // namespace

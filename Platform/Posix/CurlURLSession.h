@@ -5,8 +5,8 @@
 
 namespace platform::posix {
 
-/// libcurl, a thread a task. While a task waits for connectivity it tries again after one second, then two, four, … up
-/// to thirty: there is nobody to tell it that the network is back.
+/// libcurl, a thread a download; data tasks share one (CurlDataTransfers). While a task waits for connectivity it tries
+/// again after one second, then two, four, … up to thirty: there is nobody to tell it that the network is back.
 class CurlURLSessions final : public URLSessions {
  public:
   explicit CurlURLSessions(Machine machine) : machine_(std::move(machine)) {}

@@ -14,6 +14,7 @@
 #include "Posix/PosixProcessInfo.h"
 #include "Posix/PosixWorkspace.h"
 #include "Posix/SystemClock.h"
+#include "Posix/ThreadSerialQueue.h"
 #include "Posix/ThreadTasks.h"
 
 #include <csignal>
@@ -47,6 +48,7 @@ class PosixHost final : public Host {
   SystemClock clock_;
   PosixApplication application_{clock_};
   ThreadTasks backgroundTasks_;
+  ThreadSerialQueues serialQueues_;
   Bundle mainBundle_ = makeMainBundle(machine_.sysroot);
   PosixProcessInfo processInfo_{machine_.sysroot};
   FileUserDefaultsDomains userDefaults_{machine_, standardDomain(mainBundle_)};
@@ -64,6 +66,7 @@ class PosixHost final : public Host {
   Facilities facilities_{.clock = clock_,
                          .mainRunLoop = application_.mainRunLoop(),
                          .backgroundTasks = backgroundTasks_,
+                         .serialQueues = serialQueues_,
                          .mainBundle = mainBundle_,
                          .processInfo = processInfo_,
                          .userDefaults = userDefaults_,

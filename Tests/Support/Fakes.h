@@ -6,6 +6,7 @@
 #include "Platform/DistributedNotificationCenter.h"
 #include "Platform/ProcessExit.h"
 #include "Platform/SecCode.h"
+#include "Platform/SerialQueue.h"
 #include "Platform/ServiceManagement.h"
 #include "Platform/SystemLog.h"
 #include "Platform/URLContents.h"
@@ -53,6 +54,38 @@ class ManualTasks final : public platform::BackgroundTasks {
 
  private:
   std::vector<std::move_only_function<void()>> tasks_;
+};
+
+/// Runs actions where they are handed over, as long as the queue is not suspended.
+class ImmediateQueues final : public platform::SerialQueues {
+ public:
+  std::shared_ptr<platform::SerialQueue> serialQueue(const std::string& label) override {
+    labels.push_back(label);
+    return std::make_shared<Queue>();
+  }
+  std::vector<std::string> labels;
+
+ private:
+  struct Queue final : platform::SerialQueue {
+    void async(Action action) override {
+      actions.push_back(std::move(action));
+      run();
+    }
+    void suspend() override { ++suspensions; }
+    void resume() override {
+      --suspensions;
+      run();
+    }
+    void run() {
+      while (!actions.empty() && suspensions <= 0) {
+        Action action = std::move(actions.front());
+        actions.erase(actions.begin());
+        action();
+      }
+    }
+    std::vector<Action> actions;
+    int suspensions = 0;
+  };
 };
 
 class ScriptedURLContents final : public platform::URLContents {
@@ -113,7 +146,8 @@ class FakeWorkspace final : public platform::Workspace {
   }
 };
 
-/// Answers each download by what the test says, on the thread that resumes it.
+/// Answers each download by what the test says, on the thread that resumes it. Requests of data tasks are kept, and
+/// answered at once unless the test wants to do that itself.
 class ScriptedURLSessions final : public platform::URLSessions {
  public:
   struct Answer {
@@ -122,6 +156,9 @@ class ScriptedURLSessions final : public platform::URLSessions {
   };
   std::function<Answer(const platform::URL&)> answer;
   std::vector<std::string> requested;
+  std::vector<platform::URLRequest> posted;
+  bool answersPosts = true;
+  std::vector<platform::URLSession::DataCompletion> unanswered;
   platform::URLSessionConfiguration configuration;
 
   std::shared_ptr<platform::URLSession> session(const platform::URLSessionConfiguration& with) override {
@@ -144,6 +181,20 @@ class ScriptedURLSessions final : public platform::URLSessions {
         owner_.requested.push_back(with.absoluteString());
         const Answer given = owner_.answer(with);
         (*completion)(given.location, std::nullopt, given.error);
+      };
+      return task;
+    }
+    std::shared_ptr<platform::URLSessionTask> dataTask(const platform::URLRequest& with,
+                                                       DataCompletion completionHandler) override {
+      auto task = std::make_shared<Task>();
+      auto completion = std::make_shared<DataCompletion>(std::move(completionHandler));
+      task->action = [this, with, completion] {
+        owner_.posted.push_back(with);
+        if (owner_.answersPosts) {
+          (*completion)("", platform::URLResponse{.url = with.url, .statusCode = 500}, std::nullopt);
+        } else {
+          owner_.unanswered.push_back(std::move(*completion));
+        }
       };
       return task;
     }

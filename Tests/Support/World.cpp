@@ -24,6 +24,7 @@ World::World()
       facilities_{.clock = clock,
                   .mainRunLoop = runLoop,
                   .backgroundTasks = tasks,
+                  .serialQueues = queues,
                   .mainBundle = bundle,
                   .processInfo = processInfo_,
                   .userDefaults = userDefaults_,

@@ -63,6 +63,7 @@ class World : public testing::Test {
   fakes::VirtualClock clock;
   platform::RunLoop runLoop{clock};
   fakes::ManualTasks tasks;
+  fakes::ImmediateQueues queues;
   fakes::ScriptedURLContents network;
   fakes::RecordingSystemLog systemLog;
   fakes::FakeWorkspace workspace;

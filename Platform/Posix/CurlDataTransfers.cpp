@@ -1,0 +1,228 @@
+#include "Posix/CurlDataTransfers.h"
+
+#include "Posix/CurlError.h"
+#include "Posix/CurlRequest.h"
+#include "Posix/ThreadTasks.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <utility>
+
+#include <pthread.h>
+
+namespace platform::posix {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds keepAlive{15};
+constexpr std::chrono::milliseconds shortestWait{10};
+constexpr long dripFactor = 2;  // a task may take so many times its idle limit in all
+
+struct MultiCleanup {
+  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
+using Multi = std::unique_ptr<CURLM, MultiCleanup>;
+
+Multi makeMulti() {
+  Multi multi(curl_multi_init());
+  if (multi == nullptr) return multi;
+  constexpr long connections = URLSession::maximumDataTransfers;
+  curl_multi_setopt(multi.get(), CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+  curl_multi_setopt(multi.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, connections);
+  curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, connections);
+  curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, connections);
+  return multi;
+}
+
+long idleSeconds(const URLRequest& request, const URLSessionConfiguration& configuration) {
+  return std::max(std::lround(std::min(request.timeoutInterval, configuration.timeoutIntervalForRequest)), 1L);
+}
+
+}  // namespace
+
+/// One task while it is under way.
+class CurlDataTransfers::Transfer {
+ public:
+  Transfer(Order order, const Sysroot& sysroot, const URLSessionConfiguration& configuration)
+      : order_(std::move(order)),
+        idleSeconds_(idleSeconds(order_.request, configuration)),
+        request_(order_.request.url, sysroot, idleSeconds_) {
+    if (request_.isValid()) prepare(configuration);
+  }
+  Transfer(const Transfer&) = delete;
+  Transfer& operator=(const Transfer&) = delete;
+
+  [[nodiscard]] CURL* handle() const { return request_.get(); }
+  [[nodiscard]] Clock::time_point idleDeadline() const { return request_.idleDeadline(); }
+
+  void complete(CURLcode code) {
+    if (code == CURLE_OK) {
+      order_.completion(body_, request_.response(order_.request.url), std::nullopt);
+    } else {
+      const bool tooLong = code == CURLE_WRITE_ERROR;
+      order_.completion(std::nullopt, std::nullopt,
+                        tooLong ? dataTooLongError() : urlError(code, request_.systemError()));
+    }
+  }
+
+ private:
+  struct ListFree {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  };
+
+  void prepare(const URLSessionConfiguration& configuration) {
+    const double longest = std::min(static_cast<double>(dripFactor * idleSeconds_),
+                                    std::max(configuration.timeoutIntervalForResource, 1.0));
+    curl_easy_setopt(handle(), CURLOPT_PRIVATE, this);
+    curl_easy_setopt(handle(), CURLOPT_TIMEOUT, std::lround(longest));
+    curl_easy_setopt(handle(), CURLOPT_QUICK_EXIT, 1L);  // a name service that hangs is not waited for
+    curl_easy_setopt(handle(), CURLOPT_WRITEFUNCTION, &Transfer::append);
+    curl_easy_setopt(handle(), CURLOPT_WRITEDATA, this);
+    prepareMethod();
+    addHeader("Expect:");  // none: the server is not asked whether it wants the body
+    for (const auto& [name, value] : order_.request.httpHeaderFields) addHeader(name + ": " + value);
+    curl_easy_setopt(handle(), CURLOPT_HTTPHEADER, headers_.get());
+  }
+
+  void prepareMethod() const {
+    const URLRequest& request = order_.request;
+    if (request.httpMethod == "POST") {
+      curl_easy_setopt(handle(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.httpBody.size()));
+      curl_easy_setopt(handle(), CURLOPT_POSTFIELDS, request.httpBody.data());
+    } else if (request.httpMethod != "GET") {
+      curl_easy_setopt(handle(), CURLOPT_CUSTOMREQUEST, request.httpMethod.c_str());
+    }
+  }
+
+  void addHeader(const std::string& line) {
+    curl_slist* head = curl_slist_append(headers_.get(), line.c_str());
+    if (headers_ == nullptr) headers_.reset(head);
+  }
+
+  static std::size_t append(const char* data, std::size_t /*always 1*/, std::size_t count, void* self) {
+    std::string& body = static_cast<Transfer*>(self)->body_;
+    if (count > URLSession::maximumDataBytes - body.size()) return CURL_WRITEFUNC_ERROR;
+    body.append(data, count);
+    return count;
+  }
+
+  Order order_;
+  long idleSeconds_;
+  std::unique_ptr<curl_slist, ListFree> headers_;
+  std::string body_;
+  CurlRequest request_;
+};
+
+/// What the thread works with, for as long as it lives.
+class CurlDataTransfers::Worker {
+ public:
+  explicit Worker(CurlDataTransfers& owner) : owner_(owner) {}
+
+  [[nodiscard]] CURLM* multi() const { return multi_.get(); }
+  [[nodiscard]] std::size_t freePlaces() const { return URLSession::maximumDataTransfers - transfers_.size(); }
+  [[nodiscard]] bool isIdleFor(Clock::duration time) const {
+    return transfers_.empty() && (multi_ == nullptr || Clock::now() - lastEnd_ >= time);
+  }
+
+  void begin(Order order) {
+    auto transfer = std::make_unique<Transfer>(std::move(order), owner_.sysroot_, owner_.configuration_);
+    if (transfer->handle() == nullptr || curl_multi_add_handle(multi(), transfer->handle()) != CURLM_OK) {
+      finish(*transfer, CURLE_OUT_OF_MEMORY);
+    } else {
+      transfers_.push_back(std::move(transfer));
+    }
+  }
+
+  /// True when places have become free.
+  bool drive() {
+    int stillRunning = 0;
+    curl_multi_perform(multi(), &stillRunning);
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi(), &left)) {
+      if (message->msg == CURLMSG_DONE) end(message->easy_handle, message->data.result);
+    }
+    return std::exchange(hasFinished_, false);
+  }
+
+  /// Until something happens on a connection, a time-out ends, or start() has an order.
+  void wait() const {
+    Clock::time_point until = transfers_.empty() ? lastEnd_ + keepAlive : Clock::time_point::max();
+    for (const auto& transfer : transfers_) until = std::min(until, transfer->idleDeadline());
+    const auto time = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+    curl_multi_poll(multi(), nullptr, 0, static_cast<int>(std::max(time, shortestWait).count()), nullptr);
+  }
+
+ private:
+  void end(CURL* handle, CURLcode code) {
+    const auto ended = std::ranges::find(transfers_, handle, &Transfer::handle);
+    if (ended == transfers_.end()) return;
+    const std::unique_ptr<Transfer> transfer = std::move(*ended);
+    transfers_.erase(ended);
+    curl_multi_remove_handle(multi(), handle);
+    finish(*transfer, code);
+  }
+
+  void finish(Transfer& transfer, CURLcode code) {
+    transfer.complete(code);
+    lastEnd_ = Clock::now();
+    hasFinished_ = true;
+  }
+
+  CurlDataTransfers& owner_;
+  Multi multi_ = makeMulti();
+  std::vector<std::unique_ptr<Transfer>> transfers_;
+  Clock::time_point lastEnd_ = Clock::now();
+  bool hasFinished_ = false;
+};
+
+void CurlDataTransfers::start(Order order) {
+  {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(order));
+    if (running_ != nullptr) curl_multi_wakeup(running_);
+    if (std::exchange(hasThread_, true)) return;
+  }
+  if (!startThread([self = shared_from_this()] { self->work(); })) failWaiting();
+}
+
+void CurlDataTransfers::finishAndInvalidate() {
+  const std::lock_guard lock(mutex_);
+  isInvalidated_ = true;
+  if (running_ != nullptr) curl_multi_wakeup(running_);
+}
+
+void CurlDataTransfers::failWaiting() {
+  std::deque<Order> failed;
+  {
+    const std::lock_guard lock(mutex_);
+    failed.swap(waiting_);
+    hasThread_ = false;
+  }
+  for (Order& order : failed) order.completion(std::nullopt, std::nullopt, urlError(CURLE_OUT_OF_MEMORY, 0));
+}
+
+void CurlDataTransfers::work() {
+  pthread_setname_np(pthread_self(), "URLSession");
+  Worker worker(*this);
+  while (auto orders = nextOrders(worker)) {
+    for (Order& order : *orders) worker.begin(std::move(order));
+    if (!worker.drive()) worker.wait();
+  }
+}
+
+std::optional<std::vector<CurlDataTransfers::Order>> CurlDataTransfers::nextOrders(const Worker& worker) {
+  const std::lock_guard lock(mutex_);
+  std::vector<Order> next;
+  while (!waiting_.empty() && next.size() < worker.freePlaces()) {
+    next.push_back(std::move(waiting_.front()));
+    waiting_.pop_front();
+  }
+  hasThread_ = !next.empty() || !worker.isIdleFor(isInvalidated_ ? Clock::duration::zero() : keepAlive);
+  running_ = hasThread_ ? worker.multi() : nullptr;
+  if (!hasThread_) return std::nullopt;
+  return next;
+}
+
+}  // namespace platform::posix

@@ -1,0 +1,130 @@
+#include "Posix/CurlURLSession.h"
+#include "Posix/ThreadSerialQueue.h"
+#include "Rehearsal/HTTPSServer.h"
+#include "Support/Machine.h"
+#include "Support/RawServer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+using namespace std::chrono_literals;
+using fakes::RawServer;
+
+namespace {
+
+constexpr const char* host = "data.example";
+
+/// Data tasks against servers of every kind.
+class DataTasks : public testing::Test {
+ protected:
+  rehearsal::StandInMac mac;
+  std::shared_ptr<platform::URLSession> session = platform::posix::CurlURLSessions(fakes::machine(mac)).session({});
+
+  /// "STATUS body", or the error's code.
+  std::future<std::string> start(const std::string& url, double timeout = 60) const {
+    auto promise = std::make_shared<std::promise<std::string>>();
+    const platform::URLRequest request{
+        .url = *platform::URL::parse(url), .timeoutInterval = timeout, .httpMethod = "POST", .httpBody = "body"};
+    session
+        ->dataTask(request,
+                   [promise](const auto& data, const auto& response, const auto& error) {
+                     promise->set_value(error ? std::to_string(error->code())
+                                              : fmt::format("{} {}", response->statusCode, *data));
+                   })
+        ->resume();
+    return promise->get_future();
+  }
+  static std::string url(const RawServer& server) { return fmt::format("http://127.0.0.1:{}/", server.port()); }
+};
+
+TEST_F(DataTasks, EndOneWayOrAnother) {
+  const RawServer silent(RawServer::waitForClose);
+  const RawServer drip([](int connection) {
+    RawServer::answer(connection, "HTTP/1.1 200 OK\r\n\r\n");
+    pollfd closed{.fd = connection, .events = POLLRDHUP, .revents = 0};
+    while (poll(&closed, 1, 50) == 0) ::send(connection, ".", 1, MSG_NOSIGNAL);
+  });
+  const RawServer large([](int connection) {
+    RawServer::answer(connection, "HTTP/1.1 200 OK\r\n\r\n" + std::string(300000, 'x'));
+    RawServer::waitForClose(connection);
+  });
+  const RawServer failing(
+      [](int connection) { RawServer::answer(connection, "HTTP/1.1 500 No\r\nContent-Length: 4\r\n\r\nsorr"); });
+  std::uint16_t refused = 0;
+  {
+    refused = RawServer([](int) {}).port();
+  }
+  auto hangs = start(url(silent), 1);
+  auto drips = start(url(drip), 1);
+  EXPECT_EQ(start(url(failing)).get(), "500 sorr");
+  EXPECT_EQ(start(url(large)).get(), "-1103");
+  EXPECT_EQ(start(fmt::format("http://127.0.0.1:{}/", refused)).get(), "-1004");
+  EXPECT_EQ(start("file:///etc/passwd").get(), "-1002");
+  EXPECT_EQ(hangs.get(), "-1001");
+  EXPECT_EQ(drips.get(), "-1001");
+}
+
+TEST_F(DataTasks, ShareAConnectionOneAfterTheOther) {
+  std::atomic<int> connections = 0;
+  const RawServer server([&](int connection) {
+    ++connections;
+    for (int i = 0; i < 3; ++i) RawServer::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n!");
+    RawServer::waitForClose(connection);
+  });
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(start(url(server)).get(), "200 !");
+  EXPECT_EQ(connections, 1);
+  session.reset();  // closes it, or the server would wait for ever
+}
+
+TEST_F(DataTasks, AreUnderWayByTheHandful) {
+  std::mutex mutex;
+  std::condition_variable change;
+  int now = 0;
+  int most = 0;
+  bool wereSix = false;
+  const rehearsal::CertificateAuthority authority;
+  const rehearsal::HTTPSServer server(authority.issue(host), [&](const auto&) {
+    std::unique_lock lock(mutex);
+    most = std::max(most, ++now);
+    wereSix = wereSix || now == 6;
+    change.notify_all();
+    EXPECT_TRUE(change.wait_for(lock, 60s, [&] { return wereSix; }));
+    --now;
+    return rehearsal::HTTPResponse{.body = "!"};
+  });
+  mac.trust(authority.certificatePEM());
+  mac.connect(host, server.port());
+  std::vector<std::future<std::string>> answers;
+  for (int i = 0; i < 30; ++i) answers.push_back(start(fmt::format("https://{}/", host)));
+  for (auto& answer : answers) EXPECT_EQ(answer.get(), "200 !");
+  {
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(most, 6);
+  }
+  session.reset();
+}
+
+TEST(SerialQueue, RunsInOrderAndNotWhileSuspended) {
+  const auto queue = platform::posix::ThreadSerialQueues().serialQueue("test.Queue");
+  std::vector<int> ran;  // by the queue alone
+  std::promise<void> done;
+  queue->resume();  // before the suspend() it belongs to
+  queue->suspend();
+  queue->suspend();
+  for (int i = 0; i < 1000; ++i) queue->async([&ran, i] { ran.push_back(i); });
+  EXPECT_TRUE(ran.empty());
+  queue->async([&] { done.set_value(); });
+  queue->resume();
+  done.get_future().wait();
+  ASSERT_EQ(ran.size(), 1000U);
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(ran[static_cast<std::size_t>(i)], i);
+}
+
+}  // namespace
