@@ -37,9 +37,9 @@ std::optional<SuperBlob> SuperBlob::parse(ByteView bytes) {
   SuperBlob result;
   result.bytes_ = *whole;
   for (std::uint32_t i = 0; i < *count; ++i) {
-    const auto type = integerAt<std::uint32_t>(*whole, indexStart + indexEntrySize * i);
-    const auto offset = integerAt<std::uint32_t>(*whole, indexStart + indexEntrySize * i + 4);
-    if (!type || !offset || *offset < indexStart + indexEntrySize * *count) return std::nullopt;
+    const auto type = integerAt<std::uint32_t>(*whole, indexStart + (indexEntrySize * i));
+    const auto offset = integerAt<std::uint32_t>(*whole, indexStart + (indexEntrySize * i) + 4);
+    if (!type || !offset || *offset < indexStart + (indexEntrySize * *count)) return std::nullopt;
     const auto blob = blobAt(*whole, *offset);
     if (!blob) return std::nullopt;
     result.entries_.push_back({*type, *offset, *blob});
@@ -48,7 +48,7 @@ std::optional<SuperBlob> SuperBlob::parse(ByteView bytes) {
 }
 
 bool SuperBlob::isStrictlyPacked() const {
-  std::uint64_t expected = indexStart + indexEntrySize * entries_.size();
+  std::uint64_t expected = indexStart + (indexEntrySize * entries_.size());
   for (const auto& entry : entries_) {
     if (entry.offset != expected) return false;
     expected += entry.blob.size();

@@ -86,7 +86,7 @@ Result<Places> placesOf(int root) {
 Result<OpenedFile> mainFile(int directory, const std::string& path, std::optional<OpenedFile> infoPlist) {
   auto executable = firstFile(directory, {path});
   if (!executable) return std::unexpected(executable.error());
-  if (*executable) return std::move(**executable);
+  if (executable->has_value()) return std::move(executable->value());
   if (infoPlist) return std::move(*infoPlist);
   return failed(errSecCSBadBundleFormat);
 }
@@ -98,8 +98,8 @@ Result<BundleLayout> layoutOf(Descriptor root, Places places, const std::string&
       hasContents ? firstFile(directory, {infoPlistName}) : firstFile(directory, {infoPlistInResources, infoPlistName});
   if (!info) return std::unexpected(info.error());
   std::optional<Bytes> infoPlist;
-  if (*info) {
-    auto contents = (*info)->file.contents(maximumInfoPlist);
+  if (info->has_value()) {
+    auto contents = info->value().file.contents(maximumInfoPlist);
     if (!contents) return std::unexpected(contents.error());
     infoPlist = std::move(*contents);
   }

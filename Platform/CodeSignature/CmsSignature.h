@@ -21,9 +21,9 @@ inline constexpr const char* cdhashSetAttribute = "1.2.840.113635.100.9.2";
 /// The CMS of a code signature: detached, one signer, signed attributes. Verified when it is made; any thread.
 class CmsSignature {
  public:
-  /// Verifies `cms` over the first of the code directories (in the order of their slots) and that its attributes name
+  /// Verifies the CMS over the first of the code directories (in the order of their slots) and that its attributes name
   /// all of them. errSecUnknownFormat when it is no CMS, else errSecCSSignatureFailed.
-  static Result<CmsSignature> verify(ByteView cms, std::span<const CodeDirectory> directories);
+  static Result<CmsSignature> verify(ByteView bytes, std::span<const CodeDirectory> directories);
 
   [[nodiscard]] const Certificate& leaf() const { return leaf_; }
   /// All certificates that came with the signature, in no particular order.

@@ -110,7 +110,7 @@ Result<void> CodeDirectory::checkSlots() const {
   if (hashOffset_ < specialSize || hashOffset_ - specialSize < blobHeaderSize) return failed(errSecCSSignatureFailed);
   if (hashOffset_ + codeSize > blob_.size()) return failed(errSecCSSignatureFailed);
   // Written so that the limit can be anything: no sum that could wrap.
-  const std::uint64_t pages = codeLimit_ / pageSize_ + (codeLimit_ % pageSize_ != 0 ? 1 : 0);
+  const std::uint64_t pages = (codeLimit_ / pageSize_) + (codeLimit_ % pageSize_ != 0 ? 1 : 0);
   if (codeSlotCount_ != pages) return failed(errSecCSSignatureFailed);
   return {};
 }
@@ -120,12 +120,12 @@ std::uint8_t CodeDirectory::platformNumber() const {
 }
 
 ByteView CodeDirectory::codeSlot(std::uint32_t index) const {
-  return ByteView(blob_).subspan(hashOffset_ + hashSize_ * std::size_t{index}, hashSize_);
+  return ByteView(blob_).subspan(hashOffset_ + (hashSize_ * std::size_t{index}), hashSize_);
 }
 
 std::optional<ByteView> CodeDirectory::specialSlot(std::uint32_t number) const {
   if (number == 0 || number > specialSlotCount_) return std::nullopt;
-  const auto hash = ByteView(blob_).subspan(hashOffset_ - hashSize_ * std::size_t{number}, hashSize_);
+  const auto hash = ByteView(blob_).subspan(hashOffset_ - (hashSize_ * std::size_t{number}), hashSize_);
   if (std::ranges::all_of(hash, [](std::uint8_t byte) { return byte == 0; })) return std::nullopt;
   return hash;
 }

@@ -36,6 +36,7 @@ Result<std::vector<DirectoryEntry>> directoryEntries(int directory) {
   const std::unique_ptr<DIR, DirectoryClose> stream(::fdopendir(copy));
   if (!stream) return failed(statusOfErrno(errno));
   std::vector<DirectoryEntry> entries;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this stream.
   while (const dirent* entry = ::readdir(stream.get())) {
     const std::string_view name = static_cast<const char*>(entry->d_name);
     if (name == "." || name == "..") continue;

@@ -14,10 +14,10 @@ constexpr std::uint64_t signatureOffsetField = 296;
 constexpr std::uint64_t signatureLengthField = 304;
 constexpr std::uint64_t smallestImage = DiskImageTrailer::size + 8;
 
-void putInteger(Bytes& bytes, std::uint64_t offset, std::uint64_t value) {
-  Bytes field;
-  appendInteger(field, value);
-  std::ranges::copy(field, bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+void putInteger(Bytes& bytes, std::uint64_t field, std::uint64_t number) {
+  Bytes stored;
+  appendInteger(stored, number);
+  std::ranges::copy(stored, bytes.begin() + static_cast<std::ptrdiff_t>(field));
 }
 
 }  // namespace

@@ -46,7 +46,7 @@ std::string_view nameAt(ByteView bytes, std::uint64_t offset) {
 /// Reads the header and the load commands of one slice.
 class SliceReader {
  public:
-  SliceReader(const InputFile& file, MachOSlice slice) : file_(file), slice_(std::move(slice)) {}
+  SliceReader(const InputFile& file, const MachOSlice& slice) : file_(file), slice_(slice) {}
 
   Result<MachOSlice> read() {
     if (auto done = readHeader(); !done) return std::unexpected(done.error());
@@ -58,7 +58,7 @@ class SliceReader {
       if (!command || *size < minimumSize || !readCommand(*command, position)) return failed(errSecCSBadObjectFormat);
       position += *size;
     }
-    return std::move(slice_);
+    return slice_;
   }
 
  private:
@@ -75,11 +75,15 @@ class SliceReader {
     slice_.is64Bit = native == magic64;
     headerSize_ = slice_.is64Bit ? headerSize64 : headerSize32;
     if (head->size() < headerSize_) return failed(errSecCSBadObjectFormat);
-    slice_.cpuType = *integerAt<std::uint32_t>(*head, 4, slice_.order);
-    slice_.cpuSubtype = *integerAt<std::uint32_t>(*head, 8, slice_.order);
-    if (!isLoadable(*integerAt<std::uint32_t>(*head, 12, slice_.order))) return failed(errSecCSBadObjectFormat);
-    slice_.commandCount = *integerAt<std::uint32_t>(*head, 16, slice_.order);
-    return readCommands(*integerAt<std::uint32_t>(*head, 20, slice_.order));
+    slice_.cpuType = headerWord(*head, 4);
+    slice_.cpuSubtype = headerWord(*head, 8);
+    if (!isLoadable(headerWord(*head, 12))) return failed(errSecCSBadObjectFormat);
+    slice_.commandCount = headerWord(*head, 16);
+    return readCommands(headerWord(*head, 20));
+  }
+
+  [[nodiscard]] std::uint32_t headerWord(ByteView head, std::uint64_t offset) const {
+    return integerAt<std::uint32_t>(head, offset, slice_.order).value_or(0);
   }
 
   Result<void> readCommands(std::uint64_t size) {
@@ -141,7 +145,7 @@ class SliceReader {
       if (!slice_.linkEdit) return false;
     }
     for (std::uint64_t i = 0; i < *count; ++i) {
-      const auto section = subrange(command, layout.sections + i * layout.sectionStride, layout.sectionStride);
+      const auto section = subrange(command, layout.sections + (i * layout.sectionStride), layout.sectionStride);
       if (!section || !readSection(*section, layout)) return false;
     }
     return true;
@@ -172,13 +176,13 @@ struct FatEntry {
 };
 
 std::optional<FatEntry> fatEntry(const InputFile& file, std::uint32_t index) {
-  const auto bytes = file.bytes(fatHeaderSize + fatEntrySize * index, fatEntrySize);
+  const auto bytes = file.bytes(fatHeaderSize + (fatEntrySize * index), fatEntrySize);
   if (!bytes) return std::nullopt;
   FatEntry entry = {};
-  entry.slice.cpuType = *integerAt<std::uint32_t>(*bytes, 0);
-  entry.slice.offset = *integerAt<std::uint32_t>(*bytes, 8);
-  entry.slice.size = *integerAt<std::uint32_t>(*bytes, 12);
-  entry.alignment = *integerAt<std::uint32_t>(*bytes, 16);
+  entry.slice.cpuType = integerAt<std::uint32_t>(*bytes, 0).value_or(0);
+  entry.slice.offset = integerAt<std::uint32_t>(*bytes, 8).value_or(0);
+  entry.slice.size = integerAt<std::uint32_t>(*bytes, 12).value_or(0);
+  entry.alignment = integerAt<std::uint32_t>(*bytes, 16).value_or(0);
   if (entry.slice.offset > file.size() || entry.slice.size > file.size() - entry.slice.offset) return std::nullopt;
   if (entry.alignment > maximumAlignment) return std::nullopt;
   return entry;
@@ -196,11 +200,11 @@ Result<std::vector<FatEntry>> fatEntries(const InputFile& file) {
     auto entry = fatEntry(file, i);
     if (!entry) return failed(errSecCSBadObjectFormat);
     firstOffset = std::min(firstOffset, entry->slice.offset);
-    entries.push_back(std::move(*entry));
+    entries.push_back(*entry);
   }
-  if (firstOffset >= fatHeaderSize + fatEntrySize * (std::uint64_t{count} + 1)) {
+  if (firstOffset >= fatHeaderSize + (fatEntrySize * (std::uint64_t{count} + 1))) {
     auto hidden = fatEntry(file, count);
-    if (hidden && hidden->slice.cpuType == arm64Type) entries.push_back(std::move(*hidden));
+    if (hidden && hidden->slice.cpuType == arm64Type) entries.push_back(*hidden);
   }
   std::ranges::sort(entries, {}, [](const FatEntry& entry) { return entry.slice.offset; });
   return entries;
@@ -213,7 +217,7 @@ bool isZero(const InputFile& file, std::uint64_t offset, std::uint64_t length) {
 
 /// Between slices there may be just the zeros that alignment needs.
 Result<void> checkGaps(const InputFile& file, const std::vector<FatEntry>& entries) {
-  std::uint64_t end = fatHeaderSize + fatEntrySize * entries.size();
+  std::uint64_t end = fatHeaderSize + (fatEntrySize * entries.size());
   for (const auto& entry : entries) {
     if (entry.slice.offset < end) return failed(errSecCSBadMainExecutable);
     const std::uint64_t gap = entry.slice.offset - end;
@@ -255,12 +259,12 @@ Result<std::vector<MachOSlice>> machOSlices(const InputFile& file) {
     auto entries = fatEntries(file);
     if (!entries) return std::unexpected(entries.error());
     if (auto done = checkGaps(file, *entries); !done) return std::unexpected(done.error());
-    for (auto& entry : *entries) slices.push_back(std::move(entry.slice));
+    for (const auto& entry : *entries) slices.push_back(entry.slice);
   }
   for (auto& slice : slices) {
-    auto read = SliceReader(file, std::move(slice)).read();
+    auto read = SliceReader(file, slice).read();
     if (!read) return std::unexpected(read.error());
-    slice = std::move(*read);
+    slice = *read;
     const bool endsWithLinkEdit = !slice.linkEdit || slice.linkEdit->offset + slice.linkEdit->length == slice.size;
     if (!endsWithLinkEdit) return failed(errSecCSBadMainExecutable);
   }
