@@ -95,11 +95,12 @@ void rehearseDryRun(const Stage& stage, Transcript& transcript) {
   std::atomic<int> requests = 0;
   Scene scene(stage, {}, transcript);
   scene.serve(CORVANE_DOWNLOAD_HOST, listHandler(list, transcript, requests));
+  scene.serveCollector(CORVANE_LOG_HOST);
   scene.startAgent();
   scene.reach({"EmergencyUpdateService launching"});
   scene.reach({"Emergency update list check started"});
   scene.reach({"Dry run action triggered"});
-  transcript.event("context", "installed 1.79.3, not running, 14.5.0, arm64: the list's second entry matches");
+  scene.showCollected("Dry run action triggered");
   requireOneRequest(requests);
   scene.quitAgent();
   transcript.heading("Passed: launched, list downloaded, matched, dry run performed, terminated in order.");
@@ -119,6 +120,7 @@ void rehearseInstall(const Stage& stage, Transcript& transcript) {
   transcript.fact("image", fmt::format("Orvik {} signed and packed: {:.1f} MB", newVersion,
                                        static_cast<double>(fs::file_size(image)) / 1e6));
   scene.serve(CORVANE_DOWNLOAD_HOST, listHandler(list, transcript, requests));
+  scene.serveCollector(CORVANE_LOG_HOST);
   scene.serve(imageHost, imageHandler(image, transcript));
   scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
   scene.showRunningOrvik("Before");
@@ -127,7 +129,7 @@ void rehearseInstall(const Stage& stage, Transcript& transcript) {
 
   scene.startAgent();
   scene.reach({"Install action triggered"});
-  transcript.event("context", "installed 1.79.3, running, 14.5.0, arm64: the list's only entry matches");
+  scene.showCollected("Install action triggered");
   scene.reach({"Installation completed"});
   scene.reach({"Cleaning up"});
   scene.showRunningOrvik("After");
@@ -156,10 +158,12 @@ void rehearseOwnFiles(const Stage& stage, const Setting& setting, const OwnFiles
   const auto serveList = listHandler(list, transcript, requests);
   std::set<std::string> hosts = imageHosts(list);
   hosts.erase(CORVANE_DOWNLOAD_HOST);
+  hosts.erase(CORVANE_LOG_HOST);
   scene.serve(CORVANE_DOWNLOAD_HOST, [&](const HTTPRequest& request) {
     return request.path == listPath ? serveList(request) : serveImage(request);
   });
   for (const std::string& host : hosts) scene.serve(host, serveImage);
+  scene.serveCollector(CORVANE_LOG_HOST);
   scene.startAgent();
 
   std::vector<std::string> ends = endsOfCheck;

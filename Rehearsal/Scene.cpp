@@ -71,6 +71,16 @@ void Scene::serve(const std::string& host, const HTTPSServer::Handler& handler) 
   transcript_.fact("server", fmt::format("https://{} is 127.0.0.1:{}", host, server.server->port()));
 }
 
+void Scene::serveCollector(const std::string& host) {
+  serve(host, [this](const HTTPRequest& request) { return collector_.receive(request); });
+}
+
+void Scene::showCollected(const std::string& message) {
+  const auto extra = collector_.extraOf(message, stepLimit);
+  if (!extra) throw Failure(fmt::format("the collector did not receive \"{}\"", message));
+  transcript_.event("collector", fmt::format("received \"{}\" {}", message, *extra));
+}
+
 void Scene::runTool(const std::string& path, const std::vector<std::string>& arguments) const {
   ChildProgram tool = start(mac_.sysroot().string() + path, arguments);
   const auto status = tool.wait(stepLimit);
@@ -118,6 +128,7 @@ void Scene::quitAgent() {
   for (const char* record : terminationRecords) reach({record});
   if (agent_->wait(stepLimit) != 0) throw Failure("the agent did not exit with status 0");
   transcript_.event("agent", "exit status 0");
+  if (collector_.count() > 0) transcript_.event("collector", fmt::format("{} records received", collector_.count()));
   if (stage_.keepsMac) transcript_.fact("log", mac_.systemLog().string());
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Rehearsal/ChildProgram.h"
+#include "Rehearsal/Collector.h"
 #include "Rehearsal/HTTPSServer.h"
 #include "Rehearsal/LogFollower.h"
 #include "Rehearsal/StandInMac.h"
@@ -49,6 +50,10 @@ class Scene {
   /// Answers for a host, over TLS, from a port on loopback.
   void serve(const std::string& host, const HTTPSServer::Handler& handler);
 
+  /// Answers for the log collector's host, and shows the extra value of a record that was posted there.
+  void serveCollector(const std::string& host);
+  void showCollected(const std::string& message);
+
   /// Runs one of the Mac's tools to its end.
   void runTool(const std::string& path, const std::vector<std::string>& arguments) const;
 
@@ -81,6 +86,7 @@ class Scene {
   StandInMac mac_;
   LogFollower log_{mac_.systemLog()};
   CertificateAuthority authority_;
+  Collector collector_;
   struct Server {
     Credentials credentials;
     std::unique_ptr<HTTPSServer> server;
