@@ -188,7 +188,7 @@ TEST_F(InstalledAgent, LivesOnWhenTheListCannotBeHad) {
     AgentOnMac on(row.port, row.certificates);
     on.start();
     const auto messages = on.upTo("Check aborted, could not download");
-    EXPECT_EQ(messages[messages.size() - 2], "Failed to download emergency update list") << row.name;
+    EXPECT_THAT(messages, testing::Contains("Failed to download emergency update list")) << row.name;
     EXPECT_TRUE(on.agent->isRunning()) << row.name;
     on.quit(SIGTERM);
   }
