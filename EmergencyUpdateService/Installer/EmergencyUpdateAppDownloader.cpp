@@ -40,8 +40,8 @@ std::optional<platform::URL> EmergencyUpdateAppDownloader::downloadOnce(const pl
       });
   task->resume();
   attempt->completed.acquire();
-  if (attempt->error) {
-    logger_.error({"App download failed: {}", sanitizedDescription(*attempt->error)}, at("downloadOnce(from:)"));
+  if (const auto& error = attempt->error) {
+    logger_.error({"App download failed: {}", sanitizedDescription(*error)}, at("downloadOnce(from:)"));
     return std::nullopt;
   }
   return attempt->result;
@@ -52,7 +52,7 @@ std::optional<platform::URL> EmergencyUpdateAppDownloader::moveToTemporaryFolder
   if (!location) return std::nullopt;
   const platform::URL folder = searchPaths_.temporaryDirectory().appendingPathComponent(
       platform::makeUUID(), platform::URL::PathKind::directory);
-  const platform::URL destination = folder.appendingPathComponent(location->lastPathComponent());
+  platform::URL destination = folder.appendingPathComponent(location->lastPathComponent());
   auto moved = fileManager_.createDirectory(folder);
   if (moved) moved = fileManager_.moveItem(*location, destination);
   if (!moved) {

@@ -54,7 +54,7 @@ CommandExecutionResult EmergencyUpdateDMGUnarchiver::detach() const {
 }
 
 std::optional<platform::URL> EmergencyUpdateDMGUnarchiver::moveFilesToTemporaryFolder() const {
-  const platform::URL destination =
+  platform::URL destination =
       searchPaths_.temporaryDirectory().appendingPathComponent(uuid_, platform::URL::PathKind::directory);
   const platform::URL source = platform::URL::fileURL(mountPoint(), platform::URL::PathKind::directory);
   if (const auto copied = fileManager_.copyItem(source, destination); !copied) {

@@ -26,6 +26,7 @@ class ScopeGuard {
 /// The reasons as a list of quoted texts: ["appPreviouslyRunning"].
 std::string listed(const std::set<EmergencyUpdatePostInstallLaunchDecider::Reason>& reasons) {
   std::vector<std::string> texts;
+  texts.reserve(reasons.size());
   for (const auto reason : reasons) texts.push_back(fmt::format("\"{}\"", rawValue(reason)));
   return fmt::format("[{}]", fmt::join(texts, ", "));
 }
