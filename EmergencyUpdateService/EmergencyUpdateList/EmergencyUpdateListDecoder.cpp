@@ -118,10 +118,10 @@ class Decoder final : public json::json_sax_t {
         update().appVersions.push_back(std::move(text));
         return countElement();
       case Slot::osVersionsElement:
-        update().osVersions->push_back(std::move(text));  // NOLINT(bugprone-unchecked-optional-access)
+        update().osVersions->push_back(std::move(text));
         return countElement();
       case Slot::devicePlatformsElement:
-        update().devicePlatforms->push_back(devicePlatform(text));  // NOLINT(bugprone-unchecked-optional-access)
+        update().devicePlatforms->push_back(devicePlatform(text));
         return countElement();
       case Slot::url:
         installURL_ = platform::URL::parse(text);

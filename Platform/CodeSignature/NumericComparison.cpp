@@ -9,12 +9,18 @@ namespace {
 
 constexpr char32_t replacement = 0xFFFD;
 
+/// Of a sequence of more than one byte, by its first.
+std::size_t followingBytes(unsigned char first) {
+  if (first >= 0xF0U) return 3;
+  return first >= 0xE0U ? 2 : 1;
+}
+
 /// Reads one character; malformed bytes count as the replacement character, one each.
 char32_t nextCharacter(std::string_view& rest) {
   const auto first = static_cast<unsigned char>(rest.front());
   rest.remove_prefix(1);
   if (first < 0x80U) return first;
-  const std::size_t following = first >= 0xF0U ? 3 : first >= 0xE0U ? 2 : 1;
+  const std::size_t following = followingBytes(first);
   if (first < 0xC2U || first > 0xF4U || rest.size() < following) return replacement;
   char32_t character = first & (0x3FU >> following);
   for (std::size_t i = 0; i < following; ++i) {

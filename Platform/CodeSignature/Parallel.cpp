@@ -20,8 +20,7 @@ void forEachIndex(std::size_t count, const std::function<bool(std::size_t)>& bod
   std::vector<std::jthread> helpers;
   try {
     while (helpers.size() + 1 < threads) helpers.emplace_back(work);
-  } catch (const std::system_error&) {
-    // No more threads to be had: the ones there are do it all.
+  } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): the threads there are do it all
   }
   work();
 }

@@ -1,6 +1,7 @@
 #include "CodeSignature/ResourceRules.h"
 
-#include <locale.h>
+#include <clocale>
+
 #include <regex.h>
 
 namespace platform::codesignature {
