@@ -5,11 +5,11 @@
 #include "CodeSigning/OutputFile.h"
 #include "CodeSigning/ResourceSealer.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 namespace platform::codesigning {
