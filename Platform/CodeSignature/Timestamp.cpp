@@ -80,7 +80,7 @@ Result<Timestamp> verifyTimestamp(const CmsSignature& signature, const Anchors& 
   const auto bag = bagOf(token.get(), signature);
   const auto signer = onlySignerOf(token.get(), bag);
   if (!time || !signer) return failed(errSecCSSignatureFailed);
-  auto chain = certificatePath(*signer, bag, anchors, CertificateUse::timestamping, *time);
+  auto chain = certificatePath(*signer, bag, anchors, CertificateUse::timestamping, time);
   if (!chain || !holds(token.get(), *chain, *time)) return failed(errSecCSSignatureFailed);
   return Timestamp{*time, std::move(*chain)};
 }

@@ -82,7 +82,8 @@ class CurlDataTransfers::Transfer {
     curl_easy_setopt(handle(), CURLOPT_WRITEDATA, this);
     prepareMethod();
     addHeader("Expect:");  // none: the server is not asked whether it wants the body
-    for (const auto& [name, value] : order_.request.httpHeaderFields) addHeader(name + ": " + value);
+    for (const auto& [name, value] : order_.request.httpHeaderFields)
+      addHeader(std::string(name).append(": ").append(value));
     curl_easy_setopt(handle(), CURLOPT_HTTPHEADER, headers_.get());
   }
 

@@ -82,9 +82,12 @@ class TemporaryFile {
 
 class DownloadTask final : public URLSessionTask, public std::enable_shared_from_this<DownloadTask> {
  public:
-  DownloadTask(const Machine& machine, const URLSessionConfiguration& configuration, URL url,
+  DownloadTask(Machine machine, const URLSessionConfiguration& configuration, URL url,
                URLSession::DownloadCompletion completion)
-      : machine_(machine), configuration_(configuration), url_(std::move(url)), completion_(std::move(completion)) {}
+      : machine_(std::move(machine)),
+        configuration_(configuration),
+        url_(std::move(url)),
+        completion_(std::move(completion)) {}
 
   void resume() override {
     // Without a thread the caller's own must do: the completion is owed in any case.
