@@ -41,7 +41,7 @@ fs::path Maker::pack(const Release& release) const {
     if (release.ballastBytes > 0) writeFile(app / "Contents/Resources/Ballast", incompressible(release.ballastBytes));
     if (release.signsApp) sign(app);
   }
-  const fs::path image = folder_ / "Orvik.dmg";
+  fs::path image = folder_ / "Orvik.dmg";
   scene_.runTool("/usr/bin/hdiutil", {"create", "-srcfolder", volume.string(), "-volname", "Orvik", "-format", "UDZO",
                                       "-ov", image.string()});
   if (release.signsImage) sign(image);

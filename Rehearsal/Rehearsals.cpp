@@ -4,6 +4,7 @@
 #include "Rehearsal/Maker.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <set>
@@ -24,7 +25,7 @@ constexpr std::size_t ballastBytes = std::size_t{24} << 20U;
 
 /// The records after which a check has come to its end; those of an install that unpacked something end with "Cleaning
 /// up".
-const std::vector<std::string> endsOfCheck = {
+constexpr std::array endsOfCheck = {
     "Check aborted, could not download",
     "Check aborted, could not parse",
     "Validation succeeded with no updates",
@@ -166,7 +167,7 @@ void rehearseOwnFiles(const Stage& stage, const Setting& setting, const OwnFiles
   scene.serveCollector(CORVANE_LOG_HOST);
   scene.startAgent();
 
-  std::vector<std::string> ends = endsOfCheck;
+  std::vector<std::string> ends(endsOfCheck.begin(), endsOfCheck.end());
   ends.insert(ends.end(), {"Installation completed", "Installer stopped, replacing app files failed",
                            "Installer stopped, final verification failed"});
   const std::string end = scene.reach(ends);

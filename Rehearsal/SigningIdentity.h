@@ -14,7 +14,7 @@ struct SigningIdentityPlan {
   bool hasLeafMarker = true;          ///< the Developer ID Application extension of the leaf
   std::string keyUsage = "digitalSignature";
   std::string extendedKeyUsage = "codeSigning";  ///< empty: no such extension
-  std::string unknownCriticalExtension = {};     ///< an object identifier; empty: none
+  std::string unknownCriticalExtension;          ///< an object identifier; empty: none
   int validFromDays = -1;                        ///< from now on, as `validUntilDays`
   int validUntilDays = 3650;
 };
