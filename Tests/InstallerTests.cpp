@@ -11,7 +11,6 @@ using namespace corvane;
 using platform::NSError;
 using platform::URL;
 using testing::ElementsAre;
-using testing::IsEmpty;
 namespace fs = std::filesystem;
 
 namespace {

@@ -78,7 +78,7 @@ TEST_F(RunLoopTest, AnInvalidatedTimerNeverFires) {
   std::shared_ptr<Timer> self;
   std::shared_ptr<Timer> later;
   self = loop.scheduledTimer(10, yes, [&, captured] {
-    fired.push_back("self");
+    fired.emplace_back("self");
     self->invalidate();
     later->invalidate();  // due in the same pass
     fired.push_back(std::to_string(captured.use_count()));

@@ -4,7 +4,6 @@
 
 #include <gmock/gmock.h>
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

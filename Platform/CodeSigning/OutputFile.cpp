@@ -20,7 +20,7 @@ using codesignature::InputFile;
 namespace {
 
 std::unexpected<std::string> systemError(const std::string& path) {
-  return std::unexpected(path + ": " + std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): a program of one thread
+  return std::unexpected(path + ": " + std::strerror(errno));
 }
 
 }  // namespace
