@@ -1,5 +1,6 @@
 #include "Rehearsal/ChildProgram.h"
 
+#include "Posix/ArgumentVector.h"
 #include "Posix/FileDescriptor.h"
 #include "Posix/Pidfd.h"
 
@@ -11,25 +12,15 @@
 #include <sys/wait.h>
 
 namespace rehearsal {
-namespace {
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 1);
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 ChildProgram::ChildProgram(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
                            const std::vector<std::string>& environment) {
   std::vector<std::string> words{executable.string()};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = environment;
-  if (posix_spawn(&pid_, executable.c_str(), nullptr, nullptr, pointers(words).data(), pointers(variables).data()) !=
-      0) {
+  if (posix_spawn(&pid_, executable.c_str(), nullptr, nullptr, platform::posix::argumentVector(words).data(),
+                  platform::posix::argumentVector(variables).data()) != 0) {
     throw std::runtime_error("cannot start " + executable.string());
   }
 }

@@ -1,5 +1,6 @@
 #include "Posix/PosixChildProcess.h"
 
+#include "Posix/ArgumentVector.h"
 #include "Posix/Pidfd.h"
 
 #include <array>
@@ -51,14 +52,6 @@ class SpawnOptions {
   posix_spawn_file_actions_t actions{};
   posix_spawnattr_t attributes{};
 };
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 1);
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
 
 /// Reads what there is to read without waiting. False at the end of the pipe.
 bool drain(const FileDescriptor& pipe, std::string& output) {
@@ -130,7 +123,7 @@ ChildProcessResult PosixChildProcessLauncher::run(const std::string& launchPath,
   std::vector<std::string> variables = environment_.variables();
   pid_t child = 0;
   if (posix_spawn(&child, sysroot_.machinePath(launchPath).c_str(), &options.actions, &options.attributes,
-                  pointers(words).data(), pointers(variables).data()) != 0) {
+                  argumentVector(words).data(), argumentVector(variables).data()) != 0) {
     return {};
   }
   out.writingEnd.reset();

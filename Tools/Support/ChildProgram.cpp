@@ -1,5 +1,7 @@
 #include "Support/ChildProgram.h"
 
+#include "Posix/ArgumentVector.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -18,13 +20,6 @@ namespace {
 using platform::posix::FileDescriptor;
 
 constexpr int firstFreeDescriptor = 10;
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
 
 void resetSignals() {
   for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
@@ -56,7 +51,7 @@ void arrangeDescriptors(int input, int output, int outputAs) {
   arrangeDescriptors(start.input, output, start.outputAs);
   if (!start.workingFolder.empty() && chdir(start.workingFolder.c_str()) != 0) _exit(notFoundStatus);
   std::vector<std::string> words = start.words;
-  execvp(words.front().c_str(), pointers(words).data());
+  execvp(words.front().c_str(), platform::posix::argumentVector(words).data());
   _exit(notFoundStatus);
 }
 

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// Empties a folder. Folders may come from an image with permissions that forbid it; links are removed, not followed.
-std::error_code empty(const std::string& folder) {
+std::error_code removeContents(const std::string& folder) {
   std::error_code error;
   fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, error);
   for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
@@ -48,7 +48,7 @@ class MountPoint {
   MountPoint& operator=(const MountPoint&) = delete;
   ~MountPoint() {
     const std::string record = attached_.record(path_);
-    if (isRecorded_) empty(path_);
+    if (isRecorded_) static_cast<void>(removeContents(path_));
     if (isMade_) rmdir(path_.c_str());
     if (isRecorded_) attached_.remove(record);
   }
@@ -117,7 +117,7 @@ bool populate(const std::string& mountPoint, const VolumeImage& volume) {
     const fs::path root = rootOfVolume(folder, volume.isHfs());
     const fs::perms permissions = root == folder ? fs::perms{0755} : fs::status(root).permissions();
     moveContents(root, mountPoint);
-    if (empty(folder) || rmdir(folder.c_str()) != 0) return false;
+    if (removeContents(folder) || rmdir(folder.c_str()) != 0) return false;
     fs::permissions(mountPoint, permissions);
   } catch (const fs::filesystem_error&) {
     return false;
@@ -143,7 +143,7 @@ std::expected<std::string, std::string> attachImage(const ImageAttachment& attac
 int detachImage(const std::string& mountPoint, const AttachedVolumes& attached) {
   if (!attached.contains(mountPoint)) return ENOENT;
   const std::string record = attached.record(mountPoint);
-  if (empty(mountPoint) || rmdir(mountPoint.c_str()) != 0) return EBUSY;
+  if (removeContents(mountPoint) || rmdir(mountPoint.c_str()) != 0) return EBUSY;
   attached.remove(record);
   return 0;
 }

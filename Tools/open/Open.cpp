@@ -1,5 +1,6 @@
 #include "open/Open.h"
 
+#include "Posix/ArgumentVector.h"
 #include "Posix/FileDescriptor.h"
 #include "Posix/MainBundle.h"
 #include "Posix/PosixWorkspace.h"
@@ -64,9 +65,7 @@ bool isRunning(const Machine& machine, const std::string& bundle) {
 /// In a session of its own, with nothing of this process but its environment. Returns 0 or the errno.
 int spawn(const std::string& path, std::vector<std::string> words) {
   words.insert(words.begin(), path);
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  const std::vector<char*> arguments = platform::posix::argumentVector(words);
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);

@@ -23,7 +23,10 @@ struct Options {
   bool write = false;
   bool remove = false;
 
-  [[nodiscard]] std::size_t operandsBeforePaths() const { return write ? 2 : print || remove ? 1 : 0; }
+  [[nodiscard]] std::size_t operandsBeforePaths() const {
+    if (write) return 2;
+    return print || remove ? 1 : 0;
+  }
 };
 
 /// Printable text as it stands, other bytes in lines of sixteen.
