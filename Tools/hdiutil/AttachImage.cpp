@@ -48,7 +48,8 @@ class MountPoint {
   MountPoint& operator=(const MountPoint&) = delete;
   ~MountPoint() {
     const std::string record = attached_.record(path_);
-    if (isRecorded_) static_cast<void>(removeContents(path_));
+    if (isRecorded_) [[maybe_unused]]
+      const std::error_code ignored = removeContents(path_);
     if (isMade_) rmdir(path_.c_str());
     if (isRecorded_) attached_.remove(record);
   }
