@@ -3,7 +3,9 @@
 #include "Platform/BinaryPropertyList.h"
 #include "Platform/PropertyListNesting.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 
 #include <plist/plist.h>
@@ -119,8 +121,12 @@ plist_t exported(const PropertyList& value) {
     return plist_new_data(reinterpret_cast<const char*>(data->data()), data->size());
   }
   if (const auto* date = value.as<PropertyList::Date>()) {
-    const double seconds = std::floor(date->secondsSinceReferenceDate);
-    const double microseconds = (date->secondsSinceReferenceDate - seconds) * 1e6;
+    // The library keeps 32-bit seconds; what is no number at all becomes the reference date.
+    constexpr double limit = std::numeric_limits<std::int32_t>::max();
+    const double time = date->secondsSinceReferenceDate;
+    const double bounded = std::isnan(time) ? 0 : std::clamp(time, -limit, limit);
+    const double seconds = std::floor(bounded);
+    const double microseconds = (bounded - seconds) * 1e6;
     return plist_new_date(static_cast<std::int32_t>(seconds), static_cast<std::int32_t>(microseconds));
   }
   if (const auto* array = value.as<PropertyList::Array>()) {

@@ -7,6 +7,7 @@
 #include "Rehearsal/StandInMac.h"
 
 #include <cerrno>
+#include <cmath>
 
 #include <gmock/gmock.h>
 
@@ -92,6 +93,13 @@ TEST(PropertyLists, KeepKindsInBothFormats) {
     EXPECT_EQ(*(*read)["array"], *list["array"]);
     EXPECT_EQ(*(*read)["data"], *list["data"]);
     EXPECT_EQ(*(*read)["text"], *list["text"]);
+  }
+}
+
+TEST(PropertyLists, BoundDatesWhenWritten) {
+  for (const double time : {1e300, -1e300, std::nan(""), 2147483647.5}) {
+    const std::string written = PropertyList(PropertyList::Date{time}).serialized(PropertyList::Format::binary);
+    EXPECT_TRUE(PropertyList::parse(written)) << time;
   }
 }
 
