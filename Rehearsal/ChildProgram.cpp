@@ -7,22 +7,28 @@
 #include <csignal>
 #include <stdexcept>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace rehearsal {
-namespace {}  // namespace
-
 ChildProgram::ChildProgram(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
-                           const std::vector<std::string>& environment) {
+                           const std::vector<std::string>& environment, StandardOutput output) {
   std::vector<std::string> words{executable.string()};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = environment;
-  if (posix_spawn(&pid_, executable.c_str(), nullptr, nullptr, platform::posix::argumentVector(words).data(),
-                  platform::posix::argumentVector(variables).data()) != 0) {
-    throw std::runtime_error("cannot start " + executable.string());
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  if (output == StandardOutput::discarded) {
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   }
+  const int error =
+      posix_spawn(&pid_, executable.c_str(), &actions, nullptr, platform::posix::argumentVector(words).data(),
+                  platform::posix::argumentVector(variables).data());
+  posix_spawn_file_actions_destroy(&actions);
+  if (error != 0) throw std::runtime_error("cannot start " + executable.string());
 }
 
 ChildProgram::~ChildProgram() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,13 +12,16 @@
 
 namespace rehearsal {
 
+/// Where a program's standard output goes: with this program's own, or nowhere, as launchd sends a job's.
+enum class StandardOutput : std::uint8_t { shared, discarded };
+
 /// A program running as a child process. Killed, if it still runs, when the object goes.
 class ChildProgram {
  public:
-  /// Starts it with just these environment variables ("NAME=value") and its standard streams inherited. Throws
+  /// Starts it with just these environment variables ("NAME=value") and the other standard streams inherited. Throws
   /// std::runtime_error when it cannot be started.
   ChildProgram(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
-               const std::vector<std::string>& environment);
+               const std::vector<std::string>& environment, StandardOutput output = StandardOutput::shared);
   ChildProgram(ChildProgram&& other) noexcept
       : pid_(std::exchange(other.pid_, -1)), status_(std::exchange(other.status_, 0)) {}
   ChildProgram& operator=(ChildProgram&&) = delete;

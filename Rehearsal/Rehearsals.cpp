@@ -101,7 +101,7 @@ void rehearseDryRun(const Stage& stage, Transcript& transcript) {
   scene.reach({"EmergencyUpdateService launching"});
   scene.reach({"Emergency update list check started"});
   scene.reach({"Dry run action triggered"});
-  scene.showCollected("Dry run action triggered");
+  scene.requireCollected("Dry run action triggered");
   requireOneRequest(requests);
   scene.quitAgent();
   transcript.heading("Passed: launched, list downloaded, matched, dry run performed, terminated in order.");
@@ -130,7 +130,7 @@ void rehearseInstall(const Stage& stage, Transcript& transcript) {
 
   scene.startAgent();
   scene.reach({"Install action triggered"});
-  scene.showCollected("Install action triggered");
+  scene.requireCollected("Install action triggered");
   scene.reach({"Installation completed"});
   scene.reach({"Cleaning up"});
   scene.showRunningOrvik("After");
@@ -170,7 +170,7 @@ void rehearseOwnFiles(const Stage& stage, const Setting& setting, const OwnFiles
   std::vector<std::string> ends(endsOfCheck.begin(), endsOfCheck.end());
   ends.insert(ends.end(), {"Installation completed", "Installer stopped, replacing app files failed",
                            "Installer stopped, final verification failed"});
-  const std::string end = scene.reach(ends);
+  const std::string end = scene.reach(ends).message;
   const bool unpacked = std::ranges::find(endsOfCheck, end) == endsOfCheck.end();
   if (unpacked) scene.reach({"Cleaning up"});
   scene.showRunningOrvik("After");

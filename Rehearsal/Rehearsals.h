@@ -17,6 +17,13 @@ void rehearseDryRun(const Stage& stage, Transcript& transcript);
 /// old one runs, is replaced, and the new one is started.
 void rehearseInstall(const Stage& stage, Transcript& transcript);
 
+/// The application updates itself on two Macs and comes back on one: the agent reports the other, two minutes later, in
+/// real time.
+void rehearseUpdateWatchdog(const Stage& stage, Transcript& transcript);
+
+/// The application has been removed: the agent removes itself, a minute after it first missed it, in real time.
+void rehearseSelfRemoval(const Stage& stage, Transcript& transcript);
+
 /// A list, and perhaps an image, of the user's own.
 struct OwnFiles {
   std::filesystem::path list;

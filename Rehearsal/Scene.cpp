@@ -1,6 +1,9 @@
 #include "Rehearsal/Scene.h"
 
 #include "Platform/PropertyList.h"
+#include "Posix/DistributedNotificationPoster.h"
+#include "Posix/FileDescriptor.h"
+#include "Posix/Pidfd.h"
 #include "Posix/PosixWorkspace.h"
 
 #include <algorithm>
@@ -10,6 +13,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <poll.h>
 
 namespace rehearsal {
 namespace {
@@ -17,9 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-/// No step takes nearly so long on a machine that is not overloaded.
-constexpr auto stepLimit = 60s;
-constexpr const char* agentBundle = "Corvane Desktop Update Service.app";
+constexpr const char* agentBundleName = "Corvane Desktop Update Service.app";
 constexpr unsigned ordinaryUser = 65534;  // nobody
 constexpr const char* orvikIdentifier = "com.corvane.ProjectOrvik";
 
@@ -43,7 +45,7 @@ std::vector<std::string> argumentsOf(pid_t process) {
 }  // namespace
 
 Scene::Scene(const Stage& stage, const Setting& setting, Transcript& transcript)
-    : stage_(stage), transcript_(transcript) {
+    : stage_(stage), transcript_(transcript), mac_(setting.userName) {
   if (stage.keepsMac) mac_.keep();
   mac_.addSysroot(stage.prefix / "sysroot");
   mac_.setOperatingSystemVersion(setting.systemVersion);
@@ -57,10 +59,24 @@ Scene::Scene(const Stage& stage, const Setting& setting, Transcript& transcript)
   transcript_.fact("application", fmt::format("/Applications/Orvik.app {}", setting.installedVersion));
 }
 
+Scene::~Scene() {
+  if (hasCollector_) {
+    transcript_.settle();
+    const auto [received, taken] = collector_.totals();
+    const std::string late = received == taken ? "" : fmt::format(", {} after it was shown", received - taken);
+    transcript_.heading(fmt::format("Totals: {} records in the system log, {} of them received by the collector{}",
+                                    records_, received, late));
+  }
+  transcript_.settle();
+}
+
+fs::path Scene::agentBundle() const {
+  return mac_.home() / "Library/Application Support/Corvane" / agentBundleName;
+}
+
 void Scene::installAgent() const {
-  const fs::path folder = mac_.home() / "Library/Application Support/Corvane";
-  fs::create_directories(folder);
-  fs::copy(stage_.prefix / agentBundle, folder / agentBundle, fs::copy_options::recursive);
+  fs::create_directories(agentBundle().parent_path());
+  fs::copy(stage_.prefix / agentBundleName, agentBundle(), fs::copy_options::recursive);
   fs::copy(stage_.prefix / "LaunchAgents", mac_.home() / "Library/LaunchAgents", fs::copy_options::recursive);
 }
 
@@ -72,18 +88,19 @@ void Scene::serve(const std::string& host, const HTTPSServer::Handler& handler) 
 }
 
 void Scene::serveCollector(const std::string& host) {
+  hasCollector_ = true;
   serve(host, [this](const HTTPRequest& request) { return collector_.receive(request); });
 }
 
-void Scene::showCollected(const std::string& message) {
-  const auto extra = collector_.extraOf(message, stepLimit);
-  if (!extra) throw Failure(fmt::format("the collector did not receive \"{}\"", message));
-  transcript_.event("collector", fmt::format("received \"{}\" {}", message, *extra));
+void Scene::requireCollected(const std::string& message) {
+  if (!collector_.waitFor(message, usualLimit)) {
+    throw Failure(fmt::format("the collector did not receive \"{}\"", message));
+  }
 }
 
 void Scene::runTool(const std::string& path, const std::vector<std::string>& arguments) const {
   ChildProgram tool = start(mac_.sysroot().string() + path, arguments);
-  const auto status = tool.wait(stepLimit);
+  const auto status = tool.wait(usualLimit);
   if (status != 0) throw Failure(fmt::format("{} {} failed", path, fmt::join(arguments, " ")));
 }
 
@@ -99,37 +116,62 @@ void Scene::handToOrdinaryUser() {
 ChildProgram Scene::start(const fs::path& executable, const std::vector<std::string>& arguments) const {
   std::vector<std::string> environment = mac_.environment();
   environment.emplace_back("PATH=/usr/bin:/bin");
-  if (!belongsToOrdinaryUser_) return {executable, arguments, environment};
+  if (!belongsToOrdinaryUser_) return {executable, arguments, environment, StandardOutput::discarded};
   const std::string user = std::to_string(ordinaryUser);
   std::vector<std::string> words{"--reuid", user, "--regid", user, "--clear-groups", executable.string()};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  return {"/usr/bin/setpriv", words, environment};
+  return {"/usr/bin/setpriv", words, environment, StandardOutput::discarded};
 }
 
 void Scene::startAgent() {
   transcript_.heading("The agent starts and checks the list");
-  agent_.emplace(start(
-      mac_.home() / "Library/Application Support/Corvane" / agentBundle / "Contents/MacOS/EmergencyUpdateService", {}));
+  transcript_.columns();
+  agent_.emplace(start(agentBundle() / "Contents/MacOS/EmergencyUpdateService", {}));
 }
 
-std::string Scene::reach(const std::vector<std::string>& messages) {
-  const auto deadline = std::chrono::steady_clock::now() + stepLimit;
-  while (const auto entry = log_.next(deadline)) {
-    transcript_.record(*entry);
-    if (std::ranges::find(messages, entry->message) != messages.end()) return entry->message;
+std::optional<LogEntry> Scene::next(std::chrono::steady_clock::time_point deadline) {
+  auto entry = log_.next(deadline);
+  if (entry) {
+    ++records_;
+    transcript_.record(*entry, hasCollector_ ? &collector_ : nullptr);
+  }
+  return entry;
+}
+
+LogEntry Scene::reach(const std::vector<std::string>& messages, std::chrono::seconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (auto entry = next(deadline)) {
+    if (std::ranges::find(messages, entry->message) != messages.end()) return *std::move(entry);
   }
   throw Failure(
-      fmt::format("within {} seconds there was no record \"{}\"", stepLimit.count(), fmt::join(messages, "\" or \"")));
+      fmt::format("within {} seconds there was no record \"{}\"", limit.count(), fmt::join(messages, "\" or \"")));
 }
 
-void Scene::quitAgent() {
+std::vector<LogEntry> Scene::quitAgent() {
   transcript_.heading("The agent is asked to quit");
   agent_->send(SIGTERM);
-  for (const char* record : terminationRecords) reach({record});
-  if (agent_->wait(stepLimit) != 0) throw Failure("the agent did not exit with status 0");
+  std::vector<LogEntry> last = awaitEndOfAgent();
+  auto after = last.begin();
+  for (const char* record : terminationRecords) {
+    after = std::ranges::find(after, last.end(), record, &LogEntry::message);
+    if (after == last.end()) throw Failure(fmt::format("the agent quit without the record \"{}\"", record));
+  }
+  return last;
+}
+
+std::vector<LogEntry> Scene::awaitEndOfAgent() {
+  const auto status = agent_->wait(usualLimit);
+  std::vector<LogEntry> last;
+  while (auto entry = next(std::chrono::steady_clock::now())) last.push_back(*std::move(entry));
+  if (status != 0) throw Failure(status ? fmt::format("the agent ended with status {}", *status) : "the agent runs on");
   transcript_.event("agent", "exit status 0");
-  if (collector_.count() > 0) transcript_.event("collector", fmt::format("{} records received", collector_.count()));
   if (stage_.keepsMac) transcript_.fact("log", mac_.systemLog().string());
+  return last;
+}
+
+void Scene::post(const std::string& name) {
+  transcript_.event("notification", name);
+  platform::posix::postDistributedNotification(mac_.temporaryDirectory().string(), name);
 }
 
 std::optional<Scene::Running> Scene::runningOrvik() const {
@@ -153,6 +195,17 @@ void Scene::showRunningOrvik(const std::string& heading) const {
   transcript_.fact("Orvik", running ? fmt::format("{}, process {}, arguments [{}]", running->version,
                                                   running->processIdentifier, fmt::join(running->arguments, ", "))
                                     : "not running");
+}
+
+void Scene::quitOrvik() {
+  const auto running = runningOrvik();
+  if (!running) throw Failure("Orvik does not run");
+  const platform::posix::FileDescriptor process(pidfd_open(running->processIdentifier, 0));
+  kill(running->processIdentifier, SIGTERM);
+  pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
+  const std::chrono::milliseconds limit = usualLimit;
+  if (poll(&end, 1, static_cast<int>(limit.count())) != 1) throw Failure("Orvik did not quit");
+  transcript_.event("Orvik", fmt::format("{} has quit", running->version));
 }
 
 }  // namespace rehearsal

@@ -30,6 +30,7 @@ struct Setting {
   std::string installedVersion = "1.79.3";
   std::string systemVersion = "14.5";
   std::string machineName = "arm64";
+  std::string userName = "home";
 };
 
 /// A step of a rehearsal that did not go as it should; the text says which.
@@ -43,16 +44,21 @@ class Failure : public std::runtime_error {
 class Scene {
  public:
   Scene(const Stage& stage, const Setting& setting, Transcript& transcript);
+  Scene(const Scene&) = delete;
+  Scene& operator=(const Scene&) = delete;
+  /// Ends the transcript's part of this Mac with the totals of what came to its collector, if it has one.
+  ~Scene();
 
   [[nodiscard]] const StandInMac& mac() const { return mac_; }
+  [[nodiscard]] std::filesystem::path agentBundle() const;
   [[nodiscard]] std::filesystem::path orvik() const { return mac_.sysroot() / "Applications/Orvik.app"; }
 
   /// Answers for a host, over TLS, from a port on loopback.
   void serve(const std::string& host, const HTTPSServer::Handler& handler);
 
-  /// Answers for the log collector's host, and shows the extra value of a record that was posted there.
+  /// Answers for the log collector's host; from here on each record is shown with a mark whether it came there.
   void serveCollector(const std::string& host);
-  void showCollected(const std::string& message);
+  void requireCollected(const std::string& message);
 
   /// Runs one of the Mac's tools to its end.
   void runTool(const std::string& path, const std::vector<std::string>& arguments) const;
@@ -63,9 +69,14 @@ class Scene {
 
   void startAgent();
   /// Shows the agent's records up to the first whose message is one of these, and returns that.
-  std::string reach(const std::vector<std::string>& messages);
-  /// Asks the agent to quit and shows how it ends.
-  void quitAgent();
+  LogEntry reach(const std::vector<std::string>& messages, std::chrono::seconds limit = usualLimit);
+  /// Asks the agent to quit, shows how it ends, and returns the records it left meanwhile.
+  std::vector<LogEntry> quitAgent();
+  /// The same for an agent that ends of its own accord.
+  std::vector<LogEntry> awaitEndOfAgent();
+
+  /// Posts a distributed notification, as the main application and its updater do.
+  void post(const std::string& name);
 
   /// The version of Orvik that runs, and how it was started; absent when it does not run.
   struct Running {
@@ -75,11 +86,17 @@ class Scene {
   };
   [[nodiscard]] std::optional<Running> runningOrvik() const;
   void showRunningOrvik(const std::string& heading) const;
+  /// Asks the running Orvik to quit and waits until it has.
+  void quitOrvik();
+
+  /// No step takes nearly so long on a machine that is not overloaded, unless it has to wait by design.
+  static constexpr std::chrono::seconds usualLimit{60};
 
  private:
   void installAgent() const;
   [[nodiscard]] ChildProgram start(const std::filesystem::path& executable,
                                    const std::vector<std::string>& arguments) const;
+  std::optional<LogEntry> next(std::chrono::steady_clock::time_point deadline);
 
   Stage stage_;
   Transcript& transcript_;
@@ -87,6 +104,8 @@ class Scene {
   LogFollower log_{mac_.systemLog()};
   CertificateAuthority authority_;
   Collector collector_;
+  bool hasCollector_ = false;
+  std::size_t records_ = 0;  // shown
   struct Server {
     Credentials credentials;
     std::unique_ptr<HTTPSServer> server;

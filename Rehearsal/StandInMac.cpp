@@ -39,7 +39,7 @@ std::string readFile(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-StandInMac::StandInMac() : folder_(newFolder()) {
+StandInMac::StandInMac(std::string userName) : userName_(std::move(userName)), folder_(newFolder()) {
   for (const fs::path& part : {sysroot() / "Applications", sysroot() / "Volumes", home() / "Library/Logs",
                                home() / "Library/LaunchAgents", temporaryDirectory()}) {
     fs::create_directories(part);
@@ -53,8 +53,8 @@ StandInMac::~StandInMac() {
 }
 
 std::vector<std::string> StandInMac::environment() const {
-  return {"CORVANE_SYSROOT=" + sysroot().string(), "HOME=" + home().string(),
-          "TMPDIR=" + temporaryDirectory().string()};
+  return {"CORVANE_SYSROOT=" + sysroot().string(), "HOME=" + home().string(), "TMPDIR=" + temporaryDirectory().string(),
+          "USER=" + userName_, "LOGNAME=" + userName_};
 }
 
 void StandInMac::addSysroot(const fs::path& prepared) const {

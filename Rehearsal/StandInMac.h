@@ -10,8 +10,8 @@ namespace rehearsal {
 /// with everything in it when the object goes, unless kept. Throws std::filesystem::filesystem_error.
 class StandInMac {
  public:
-  /// Below the machine's temporary directory.
-  StandInMac();
+  /// Below the machine's temporary directory. The user's name is that of the home folder too.
+  explicit StandInMac(std::string userName = "home");
   StandInMac(const StandInMac&) = delete;
   StandInMac& operator=(const StandInMac&) = delete;
   ~StandInMac();
@@ -20,11 +20,11 @@ class StandInMac {
 
   [[nodiscard]] std::filesystem::path folder() const { return folder_; }
   [[nodiscard]] std::filesystem::path sysroot() const { return folder_ / "sysroot"; }
-  [[nodiscard]] std::filesystem::path home() const { return folder_ / "home"; }
+  [[nodiscard]] std::filesystem::path home() const { return folder_ / userName_; }
   [[nodiscard]] std::filesystem::path temporaryDirectory() const { return folder_ / "tmp"; }
   [[nodiscard]] std::filesystem::path systemLog() const { return home() / "Library/Logs/system.ndjson"; }
 
-  /// The three variables by which a program finds this Mac, as "NAME=value".
+  /// The three variables by which a program finds this Mac, and the user's name, as "NAME=value".
   [[nodiscard]] std::vector<std::string> environment() const;
 
   /// Copies a prepared sysroot (the system tools, SystemVersion.plist) into this Mac's.
@@ -41,6 +41,7 @@ class StandInMac {
                                                   const std::filesystem::path& folder, const std::string& version);
 
  private:
+  std::string userName_;
   std::filesystem::path folder_;
   bool kept_ = false;
 };

@@ -6,10 +6,8 @@
 #include "Support/RawServer.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <csignal>
 #include <filesystem>
-#include <mutex>
 #include <thread>
 
 #include <fmt/format.h>
@@ -29,7 +27,6 @@ namespace {
 
 constexpr auto limit = 60s;
 constexpr const char* listHost = "download.corvane.example";
-constexpr const char* logHost = "log.corvane.example";
 constexpr const char* bundleName = "Corvane Desktop Update Service.app";
 
 /// The agent as it is installed, started as a process on a stand-in Mac with nothing but the three variables.
@@ -113,46 +110,6 @@ TEST_F(InstalledAgent, OutsideABundleRunsWithoutAnIdentifier) {
               testing::Contains("EmergencyUpdateService could not start cleanup manager: agentEnvironment is nil"));
   on.quit(SIGTERM);
   EXPECT_FALSE(fs::exists(on.mac.home() / "Library/Preferences"));
-}
-
-TEST_F(InstalledAgent, PostsNothingThatNamesTheUserOrTheirPlaces) {
-  const std::vector<std::string> words = {"sesquipedalian", "quixotry", "zymurgy", "xylophagous"};
-  list = fmt::format(R"({{"version":"1","updates":[{{"date":"","appVersions":["1.79"],"actions":)"
-                     R"([{{"install":{{"url":"https://{}.example/{}.dmg?{}"}}}}]}}]}})",
-                     words[1], words[1], words[2]);
-  std::mutex mutex;
-  std::condition_variable change;
-  std::vector<HTTPRequest> posts;
-  const rehearsal::HTTPSServer collector(authority.issue(logHost), [&](const HTTPRequest& request) {
-    const std::lock_guard lock(mutex);
-    posts.push_back(request);
-    change.notify_all();
-    return HTTPResponse{};
-  });
-  AgentOnMac on(server.port(), authority.certificatePEM());
-  rehearsal::writeFile(on.mac.sysroot() / "etc/connect-to",
-                       fmt::format("{}:443:127.0.0.1:{}\n{}:443:127.0.0.1:{}\n{}.example:443:127.0.0.1:1\n", listHost,
-                                   server.port(), logHost, collector.port(), words[1]));
-  StandInMac::installApplication(AgentOnMac::prefix / "Orvik.app", on.mac.sysroot() / "Applications", "1.79.3");
-  const fs::path home = on.mac.folder() / words[0];
-  fs::create_directories(home);
-  fs::copy(AgentOnMac::prefix / bundleName, home / bundleName, fs::copy_options::recursive);
-  const ChildProgram agent(
-      home / bundleName / "Contents/MacOS/EmergencyUpdateService", {},
-      {"CORVANE_SYSROOT=" + on.mac.sysroot().string(), "HOME=" + home.string(),
-       "TMPDIR=" + on.mac.temporaryDirectory().string(), "USER=" + words[3], "LOGNAME=" + words[3]});
-  const auto has = [&](const std::string& text) {
-    return std::ranges::any_of(posts, [&](const auto& post) { return post.body.find(text) != std::string::npos; });
-  };
-  std::unique_lock lock(mutex);
-  EXPECT_TRUE(change.wait_for(lock, limit, [&] { return has("Installer stopped, download failed"); }));
-  EXPECT_TRUE(has("EmergencyUpdateService launching") && has(R"("agentID":")") && has("Install action triggered"));
-  for (const HTTPRequest& post : posts) {
-    for (const std::string& word : words) {
-      EXPECT_EQ(post.body.find(word), std::string::npos) << post.body;
-      for (const auto& [name, value] : post.headers) EXPECT_EQ(value.find(word), std::string::npos) << name;
-    }
-  }
 }
 
 TEST_F(InstalledAgent, TwoMacsDoNotSeeEachOther) {

@@ -2,7 +2,10 @@
 #include "Rehearsal/Maker.h"
 #include "Rehearsal/Scene.h"
 
+#include <condition_variable>
 #include <filesystem>
+#include <future>
+#include <mutex>
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -13,11 +16,16 @@ using rehearsal::HTTPResponse;
 using rehearsal::Maker;
 using rehearsal::Scene;
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 namespace {
 
-constexpr const char* list = R"({"version":"1","updates":[{"date":"","appVersions":["1.79"],
-    "actions":[{"install":{"url":"https://images.corvane.example/Orvik.dmg"}}]}]})";
+std::string listOf(const std::string& image) {
+  return fmt::format(R"({{"version":"1","updates":[{{"date":"","appVersions":["1.79"],)"
+                     R"("actions":[{{"install":{{"url":"https://{}"}}}}]}}]}})",
+                     image);
+}
+const std::string list = listOf("images.corvane.example/Orvik.dmg");
 
 /// One way for an install to end, provoked with the installed agent, as an ordinary user.
 struct Ending {
@@ -118,5 +126,102 @@ INSTANTIATE_TEST_SUITE_P(
                {tooOld + "(FinalVerification)", "Installer stopped, final verification failed", "Cleaning up"},
                "1.79.2"}),
     [](const auto& row) { return row.param.name; });
+
+/// Plays the log collector; keeps what was posted, headers and all.
+class Posts {
+ public:
+  HTTPResponse receive(const HTTPRequest& request) {
+    const std::scoped_lock lock(mutex_);
+    for (const auto& [name, value] : request.headers) all_ += value + "\n";
+    all_ += request.body + "\n";
+    changed_.notify_all();
+    return {};
+  }
+  /// Everything posted up to the record with this message.
+  std::string upTo(const std::string& message) {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(changed_.wait_for(lock, 60s, [&] { return all_.contains(message); })) << message;
+    return all_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string all_;
+};
+
+TEST(InstalledAgentsPosts, NameNeitherTheUserNorTheirPlaces) {
+  const std::string user = "sesquipedalian";
+  const std::string host = "quixotry.example";
+  const std::string query = "zymurgy";
+  for (const bool fails : {false, true}) {
+    Posts posts;
+    rehearsal::Transcript transcript;
+    Scene scene({.prefix = CORVANE_TEST_PREFIX}, {.userName = user}, transcript);
+    const fs::path image = Maker(scene, scene.orvik()).pack({});
+    scene.serve("download.corvane.example", [&](const HTTPRequest&) {
+      return HTTPResponse{.body = listOf(fmt::format("{}/xylophagous.dmg?{}", host, query))};
+    });
+    scene.serve("log.corvane.example", [&](const HTTPRequest& request) { return posts.receive(request); });
+    if (!fails) scene.serve(host, [&](const HTTPRequest&) { return HTTPResponse{.file = image}; });
+    if (fails) scene.mac().connect(host, 1);
+    scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+    scene.startAgent();
+    const std::string end = fails ? "Installer stopped, download failed" : "Cleaning up";
+    scene.reach({end});
+    const std::string posted = posts.upTo(end);
+    EXPECT_THAT(posted, testing::HasSubstr(R"("agentID":")"));
+    EXPECT_THAT(posted, testing::HasSubstr("Install action triggered"));
+    for (const std::string& word : {user, host, query, std::string("xylophagous"), scene.mac().folder().string()}) {
+      EXPECT_THAT(posted, testing::Not(testing::HasSubstr(word)));
+    }
+    scene.quitAgent();
+    scene.quitOrvik();
+  }
+}
+
+TEST(InstalledAgentAtOnce, InstallsWhileTheApplicationUpdatesItself) {
+  std::promise<void> halfway;
+  std::promise<void> goOn;
+  rehearsal::Transcript transcript;
+  const fs::path prefix = CORVANE_TEST_PREFIX;
+  Scene scene({.prefix = prefix}, {}, transcript);
+  const fs::path image = Maker(scene, prefix / "Orvik.app").pack({.ballastBytes = 8U << 20U});
+  scene.serve("download.corvane.example", [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
+  scene.serve("images.corvane.example", [&](const HTTPRequest&) {
+    return HTTPResponse{.file = image, .progress = [&, told = false](std::size_t sent, std::size_t total) mutable {
+                          if (told || sent < total / 2) return;
+                          told = true;
+                          halfway.set_value();
+                          goOn.get_future().wait();
+                        }};
+  });
+  scene.serveCollector("log.corvane.example");
+  scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  scene.startAgent();
+  ASSERT_EQ(halfway.get_future().wait_for(60s), std::future_status::ready);
+
+  scene.post("com.corvane.ProjectOrvik.updateServiceWillInstallUpdate");
+  scene.quitOrvik();
+  fs::remove_all(scene.orvik());
+  rehearsal::StandInMac::installApplication(prefix / "Orvik.app", scene.orvik().parent_path(), "1.79.9");
+  scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  scene.post("com.corvane.ProjectOrvik.updateServiceUpdateCompleted");
+  // One launch too many, so that there is something to see.
+  scene.post("com.corvane.ProjectOrvik.applicationDidFinishLaunching");
+  scene.reach({"App was already 'launched', possible version 1.79.9 crash or force termination"});
+  const auto updated = scene.runningOrvik();
+
+  goOn.set_value();
+  scene.reach({"Launching app: [\"appPreviouslyRunning\"]"});
+  scene.reach({"Cleaning up"});
+  scene.requireCollected("Cleaning up");
+  const auto installed = scene.runningOrvik();
+  ASSERT_TRUE(updated && installed);
+  EXPECT_EQ(installed->version, "1.80.0");
+  EXPECT_NE(installed->processIdentifier, updated->processIdentifier);
+  for (const auto& entry : scene.quitAgent()) EXPECT_NE(entry.category, "UpdateWatchdog") << entry.message;
+  scene.quitOrvik();
+}
 
 }  // namespace
