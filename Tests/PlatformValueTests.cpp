@@ -109,13 +109,6 @@ TEST(PropertyLists, SurviveHostileBinaryForms) {
       PropertyList(PropertyList::Dictionary{{"key", "\U0001F642 é"}}).serialized(PropertyList::Format::binary);
   ASSERT_TRUE(PropertyList::parse(text));
   EXPECT_EQ(*PropertyList::parse(text)->operator[]("key"), PropertyList("\U0001F642 é"));
-  for (std::size_t i = 8; i < text.size(); ++i) {
-    for (const char byte : {'\0', '\x01', '\x0F', '\x7F', '\xFF'}) {
-      std::string changed = text;
-      changed[i] = byte;
-      static_cast<void>(PropertyList::parse(changed));  // the sanitizers watch
-    }
-  }
   // Forty arrays, each twice in the one before: 2^40 values if they were unfolded.
   std::string sharing = "bplist00";
   for (char i = 1; i <= 40; ++i) sharing += "\xA2"s + i + i;
