@@ -139,6 +139,15 @@ TEST_F(PosixFacilities, SaysWhyThereIsNoBundleVersion) {
   EXPECT_EQ(reason(), "error P: Could not find orvik application version");
 }
 
+TEST_F(PosixFacilities, ChildrenFindTheMachinesProgramsWhereNobodyNamedAPath) {
+  const std::string path = std::getenv("PATH");
+  unsetenv("PATH");
+  EXPECT_THAT(
+      bash("id -u; echo $PATH").standardOutput,
+      testing::Optional(testing::MatchesRegex("[0-9]+\n" + machine.sysroot.beneath("usr/bin") + ":.*:/usr/bin:.*")));
+  setenv("PATH", path.c_str(), 1);
+}
+
 TEST_F(PosixFacilities, RunningApplicationsAreProcessesOfBundles) {
   const auto start = [](const fs::path& app, const char* program) {
     fs::create_directories(app / "Contents/MacOS");
