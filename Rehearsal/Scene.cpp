@@ -96,7 +96,7 @@ void Scene::handToOrdinaryUser() {
   belongsToOrdinaryUser_ = true;
 }
 
-ChildProgram Scene::start(const fs::path& executable, const std::vector<std::string>& arguments) const {
+Scene::Command Scene::command(const fs::path& executable, const std::vector<std::string>& arguments) const {
   std::vector<std::string> environment = mac_.environment();
   environment.emplace_back("PATH=/usr/bin:/bin");
   if (!belongsToOrdinaryUser_) return {executable, arguments, environment};
@@ -106,10 +106,18 @@ ChildProgram Scene::start(const fs::path& executable, const std::vector<std::str
   return {"/usr/bin/setpriv", words, environment};
 }
 
+ChildProgram Scene::start(const fs::path& executable, const std::vector<std::string>& arguments) const {
+  const Command line = command(executable, arguments);
+  return {line.executable, line.arguments, line.environment};
+}
+
+fs::path Scene::agentExecutable() const {
+  return mac_.home() / "Library/Application Support/Corvane" / agentBundle / "Contents/MacOS/EmergencyUpdateService";
+}
+
 void Scene::startAgent() {
   transcript_.heading("The agent starts and checks the list");
-  agent_.emplace(start(
-      mac_.home() / "Library/Application Support/Corvane" / agentBundle / "Contents/MacOS/EmergencyUpdateService", {}));
+  agent_.emplace(start(agentExecutable(), {}));
 }
 
 std::string Scene::reach(const std::vector<std::string>& messages) {

@@ -1,15 +1,14 @@
 #include "Rehearsal/Transcript.h"
 
-#include <cstdio>
-
 #include <fmt/format.h>
 
 namespace rehearsal {
 
 void Transcript::line(const std::string& text) {
+  if (to_ == nullptr) return;
   const std::scoped_lock lock(mutex_);
-  fmt::print("{}\n", text);
-  std::fflush(stdout);
+  fmt::print(to_, "{}\n", text);
+  std::fflush(to_);
 }
 
 void Transcript::heading(const std::string& text) {
