@@ -13,6 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using rehearsal::ChildProgram;
+using rehearsal::SystemCall;
 
 constexpr auto installLimit = 60s;
 constexpr const char* firstRecord = "Checking ability to replace app files";
@@ -32,9 +33,16 @@ struct Plan {
 class Executioner {
  public:
   Executioner(const Ground& ground, const Plan& plan, std::size_t moment)
-      : plan_(plan), moment_(moment), supervised_(ground.agent(), [this](auto& program, const SystemCall& call) {
-          if (call.isOfProgram && call.number == SYS_write) noteRecord(call);
-          if (isMoment(call)) execute(program, call);
+      : plan_(plan),
+        moment_(moment),
+        supervised_(ground.agent(), [this](auto& program, const auto& call, bool isAgents) {
+          if (isAgents && call.number == SYS_write) noteRecord(call);
+          if (!isMoment(call, isAgents)) return 0;
+          if (plan_.victim == Victim::agent) {
+            program.killProgram();
+          } else {
+            program.killAll();
+          }
           return 0;
         }) {}
 
@@ -44,19 +52,11 @@ class Executioner {
   [[nodiscard]] const std::string& phase() const { return phase_; }
 
  private:
-  bool isMoment(const SystemCall& call) {
+  bool isMoment(const SystemCall& call, bool isAgents) {
     if (phase_.empty() || hasEnded_) return false;
     hasEnded_ = call.thread == installer_ && call.number == SYS_exit;
     if (!plan_.phase.empty() && plan_.phase != phase_) return false;
-    return (call.isOfProgram || plan_.victim == Victim::agentAndChildren) && ++calls_ == moment_;
-  }
-
-  void execute(SupervisedProgram& program, const SystemCall& call) const {
-    if (plan_.victim == Victim::agentAndChildren) {
-      program.killAll();
-    } else {
-      kill(call.process, SIGKILL);
-    }
+    return (isAgents || plan_.victim == Victim::agentAndChildren) && ++calls_ == moment_;
   }
 
   void noteRecord(const SystemCall& call) {
