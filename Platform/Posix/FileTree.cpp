@@ -37,25 +37,25 @@ Directory openDirectory(int parent, const char* name) {
   return directory;
 }
 
-/// The names in a directory, all read before any is used; or the errno.
+/// The names in a directory, all read before any is used, or the errno that prevented it.
 std::expected<std::vector<std::string>, int> names(DIR* directory) {
   std::vector<std::string> result;
   while (true) {
     errno = 0;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): a stream of our own
     const dirent* entry = readdir(directory);
-    if (entry == nullptr) break;
+    if (entry == nullptr && errno != 0) return std::unexpected(errno);
+    if (entry == nullptr) return result;
     const std::string name = static_cast<const char*>(entry->d_name);
     if (name != "." && name != "..") result.push_back(name);
   }
-  if (errno != 0) return std::unexpected(errno);
-  return result;
 }
 
 /// "user.…" attributes alone: others are the system's, or need privileges.
 int copyAttributes(int from, int to) {
   std::string list(static_cast<std::size_t>(XATTR_LIST_MAX), '\0');
   const ssize_t length = flistxattr(from, list.data(), list.size());
+  if (length < 0 && errno != ENOTSUP) return errno;
   if (length <= 0) return 0;  // none, or a file system without
   list.resize(static_cast<std::size_t>(length));
   std::string value(static_cast<std::size_t>(XATTR_SIZE_MAX), '\0');
