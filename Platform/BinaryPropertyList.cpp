@@ -8,6 +8,7 @@ namespace {
 
 constexpr int maximumDepth = 256;
 constexpr std::size_t maximumValues = 1'000'000;
+constexpr std::size_t maximumContents = PropertyList::maximumBytes;
 constexpr std::size_t trailerBytes = 32;
 
 class BinaryReader {
@@ -46,6 +47,12 @@ class BinaryReader {
   /// Whether `count` items of `size` bytes lie before the offset table.
   [[nodiscard]] bool fits(std::size_t start, std::size_t count, std::size_t size) const {
     return start <= offsetTable_ && count <= (offsetTable_ - start) / size;
+  }
+
+  /// Texts and data of all values together; one that many refer to counts each time.
+  bool countContents(std::size_t bytes) {
+    contents_ += bytes;
+    return contents_ <= maximumContents;
   }
 
   std::optional<PropertyList> object(std::uint64_t index, int depth) {
@@ -101,14 +108,14 @@ class BinaryReader {
     const auto [start, count] = *contents;
     switch (marker >> 4U) {
       case 0x4:
-        if (!fits(start, count, 1)) return std::nullopt;
+        if (!fits(start, count, 1) || !countContents(count)) return std::nullopt;
         return PropertyList(PropertyList::Data(bytes_.begin() + static_cast<std::ptrdiff_t>(start),
                                                bytes_.begin() + static_cast<std::ptrdiff_t>(start + count)));
       case 0x5:
-        if (!fits(start, count, 1)) return std::nullopt;
+        if (!fits(start, count, 1) || !countContents(count)) return std::nullopt;
         return PropertyList(std::string(bytes_.substr(start, count)));
       case 0x6:
-        if (!fits(start, count, 2)) return std::nullopt;
+        if (!fits(start, count, 2) || !countContents(2 * count)) return std::nullopt;
         return PropertyList(utf8(start, count));
       case 0xA:
         return array(start, count, depth);
@@ -183,6 +190,7 @@ class BinaryReader {
   std::uint64_t objectCount_ = 0;
   std::size_t offsetTable_ = 0;
   std::size_t values_ = 0;
+  std::size_t contents_ = 0;
 };
 
 }  // namespace
