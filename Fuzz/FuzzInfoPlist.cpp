@@ -1,3 +1,4 @@
+#include "CodeSignature/StaticCode.h"
 #include "Environment/OrvikApp.h"
 #include "FuzzSupport.h"
 #include "Platform/PropertyList.h"
@@ -13,10 +14,14 @@ using namespace platform::posix;
 
 /// A stand-in Mac with one application.
 struct Mac {
-  Mac() { std::filesystem::create_directories(contents); }
+  Mac() {
+    std::filesystem::create_directories(contents + "/MacOS");
+    fuzz::write(contents + "/MacOS/Some", "code");
+  }
 
   fuzz::Folder folder;
-  std::string contents = folder.path() + "/home/Applications/Some.app/Contents";
+  std::string application = folder.path() + "/home/Applications/Some.app";
+  std::string contents = application + "/Contents";
   Machine machine{
       .sysroot = Sysroot(folder.path()), .home = folder.path() + "/home", .temporaryDirectory = folder.path() + "/tmp"};
   PosixFileManager fileManager{machine.sysroot};
@@ -32,7 +37,7 @@ std::optional<std::string> textIn(const std::optional<PropertyList>& list, std::
 
 }  // namespace
 
-/// The Info.plist of a registered application, as workspace, state provider and main bundle read it.
+/// The Info.plist of a registered application, as workspace, state provider, main bundle and code signature read it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   namespace OrvikApp = corvane::OrvikApp;
   static const Mac mac;
@@ -46,5 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::require(provider.bundleVersion() == (isOrvik ? textIn(list, "CFBundleVersion") : std::nullopt));
   const Bundle bundle = makeBundle(mac.contents + "/MacOS/Some", mac.machine.sysroot);
   fuzz::require(bundle.bundleIdentifier.value_or("") == textIn(list, "CFBundleIdentifier").value_or(""));
+  const auto code = codesignature::StaticCode::open(mac.application);
+  fuzz::require(!code || !(*code)->check(nullptr, {}));
   return 0;
 }

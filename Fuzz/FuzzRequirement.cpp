@@ -1,5 +1,6 @@
 #include "CodeSignature/Requirement.h"
 #include "CodeSignature/RequirementEvaluator.h"
+#include "FuzzMaker.h"
 #include "FuzzSupport.h"
 
 #include <array>
@@ -110,8 +111,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (text.size() > longestText) return 0;
   const auto again = compileRequirement(text);
   fuzz::require(again && std::visit(Printer(), (*again)->node()) == text);
-  static const CertificateChain chain;
-  static const Anchors anchors;
+  static const CertificateChain chain = certificatesOfPEM(fuzz::makersRoot);
+  static const Anchors anchors = Anchors::fromPEM(fuzz::makersRoot).value();
   const RequirementSubject subject{.chain = chain,
                                    .anchors = anchors,
                                    .identifier = "com.corvane.ProjectOrvik",
