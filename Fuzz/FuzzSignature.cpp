@@ -48,16 +48,28 @@ void readCms(const Bytes& cms, std::span<const CodeDirectory> directories, const
   std::vector<Certificate> bag;
   for (int i = 0; stack && i < sk_X509_num(stack.get()); ++i) bag.emplace_back(sk_X509_value(stack.get(), i));
   for (const auto& leaf : bag) {
-    static_cast<void>(certificatePath(leaf, bag, anchors, CertificateUse::codeSigning, std::nullopt));
+    const auto path = certificatePath(leaf, bag, anchors, CertificateUse::codeSigning, std::nullopt);
+    if (path) fuzz::require(path->back().isSelfSigned() || anchors.contains(path->back()));
   }
 }
 
+/// What passes must have what it is said to have.
 void checkAll(const SignedImage& image, const VerifiedSignature& signature, const Anchors& anchors) {
   static const auto requirement =
       compileRequirement(std::string(fuzz::makersRequirement) + " or entitlement[a] ~ b").value();
-  static_cast<void>(checkComponents(image, signature));
-  static_cast<void>(checkCode(image, signature, code()));
-  static_cast<void>(checkRequirement(image, signature, *requirement, anchors));
+  const auto& components = image.parts->components;
+  const CodeDirectory& best = signature.best();
+  if (checkComponents(image, signature)) {
+    for (std::uint32_t number = 1; number <= slot::lastSpecial; ++number) {
+      const bool isSealed = number != slot::resourceSeal && best.specialSlot(number);
+      fuzz::require(!isSealed || components.contains(number));
+    }
+  }
+  if (checkCode(image, signature, code())) fuzz::require(best.codeLimit() == code().size());
+  if (checkRequirement(image, signature, *requirement, anchors)) {
+    const bool isMakers = !signature.chain.empty() && anchors.contains(signature.chain.back());
+    fuzz::require(isMakers || components.contains(slot::entitlements));
+  }
 }
 
 }  // namespace
