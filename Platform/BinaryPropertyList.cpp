@@ -1,5 +1,6 @@
 #include "Platform/BinaryPropertyList.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 
@@ -13,7 +14,7 @@ constexpr std::size_t trailerBytes = 32;
 
 class BinaryReader {
  public:
-  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+  explicit BinaryReader(std::string_view bytes) : bytes_(bytes), valueLimit_(std::min(maximumValues, bytes.size())) {}
 
   std::optional<PropertyList> read() {
     if (bytes_.size() < trailerBytes + 8 || !bytes_.starts_with("bplist00")) return std::nullopt;
@@ -56,7 +57,7 @@ class BinaryReader {
   }
 
   std::optional<PropertyList> object(std::uint64_t index, int depth) {
-    if (index >= objectCount_ || depth > maximumDepth || ++values_ > maximumValues) return std::nullopt;
+    if (index >= objectCount_ || depth > maximumDepth || ++values_ > valueLimit_) return std::nullopt;
     const std::uint64_t at = integerAt(offsetTable_ + (index * offsetBytes_), offsetBytes_);
     if (!fits(at, 1, 1)) return std::nullopt;
     const std::uint8_t marker = byteAt(at);
@@ -185,6 +186,7 @@ class BinaryReader {
   }
 
   std::string_view bytes_;
+  std::size_t valueLimit_;  // writers share no containers, so that each value takes a reference of its own
   std::size_t offsetBytes_ = 0;
   std::size_t referenceBytes_ = 0;
   std::uint64_t objectCount_ = 0;

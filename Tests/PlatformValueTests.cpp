@@ -116,13 +116,13 @@ TEST(PropertyLists, SurviveHostileBinaryForms) {
       static_cast<void>(PropertyList::parse(changed));  // the sanitizers watch
     }
   }
-  // Forty arrays, each twice in the one before: 2^40 values if they were unfolded.
+  // Sixteen arrays, each twice in the one before: 2^16 values of 110 bytes if they were unfolded.
   std::string sharing = "bplist00";
-  for (char i = 1; i <= 40; ++i) sharing += "\xA2"s + i + i;
+  for (char i = 1; i <= 16; ++i) sharing += "\xA2"s + i + i;
   sharing += "\x09";
   std::string offsets;
-  for (int i = 0; i <= 40; ++i) offsets += static_cast<char>(8 + (3 * i));
-  const std::string trailer = "\0\0\0\0\0\0\x01\x01"s + "\0\0\0\0\0\0\0\x29"s + "\0\0\0\0\0\0\0\0"s;
+  for (int i = 0; i <= 16; ++i) offsets += static_cast<char>(8 + (3 * i));
+  const std::string trailer = "\0\0\0\0\0\0\x01\x01"s + "\0\0\0\0\0\0\0\x11"s + "\0\0\0\0\0\0\0\0"s;
   EXPECT_FALSE(
       PropertyList::parse(sharing + offsets + trailer + "\0\0\0\0\0\0\0"s + static_cast<char>(sharing.size())));
   // One text of 64 KiB that an array has 2000 times.
