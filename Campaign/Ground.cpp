@@ -156,7 +156,10 @@ void Ground::route(const std::string& host, unsigned port) {
 std::string Ground::contents(const fs::path& bundle) const {
   std::map<std::string, std::string> files;
   for (const auto& entry : fs::recursive_directory_iterator(bundle)) {
-    files[entry.path().lexically_relative(bundle)] = entry.is_regular_file() ? rehearsal::readFile(entry) : "";
+    // A name beyond ASCII comes out of an image in other bytes than it went in.
+    const bool isASCII = std::ranges::all_of(entry.path().filename().string(), [](char c) { return c > 0; });
+    const fs::path name = isASCII ? entry.path() : entry.path().parent_path() / "(beyond ASCII)";
+    files[name.lexically_relative(bundle)] = entry.is_regular_file() ? rehearsal::readFile(entry) : "";
   }
   std::string text;
   for (const auto& [path, bytes] : files) text += fmt::format("{} {} {}\n", path, bytes.size(), bytes);

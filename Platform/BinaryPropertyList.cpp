@@ -1,5 +1,6 @@
 #include "Platform/BinaryPropertyList.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 
@@ -8,11 +9,12 @@ namespace {
 
 constexpr int maximumDepth = 256;
 constexpr std::size_t maximumValues = 1'000'000;
+constexpr std::size_t maximumContents = PropertyList::maximumBytes;
 constexpr std::size_t trailerBytes = 32;
 
 class BinaryReader {
  public:
-  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+  explicit BinaryReader(std::string_view bytes) : bytes_(bytes), valueLimit_(std::min(maximumValues, bytes.size())) {}
 
   std::optional<PropertyList> read() {
     if (bytes_.size() < trailerBytes + 8 || !bytes_.starts_with("bplist00")) return std::nullopt;
@@ -48,8 +50,14 @@ class BinaryReader {
     return start <= offsetTable_ && count <= (offsetTable_ - start) / size;
   }
 
+  /// Texts and data of all values together; one that many refer to counts each time.
+  bool countContents(std::size_t bytes) {
+    contents_ += bytes;
+    return contents_ <= maximumContents;
+  }
+
   std::optional<PropertyList> object(std::uint64_t index, int depth) {
-    if (index >= objectCount_ || depth > maximumDepth || ++values_ > maximumValues) return std::nullopt;
+    if (index >= objectCount_ || depth > maximumDepth || ++values_ > valueLimit_) return std::nullopt;
     const std::uint64_t at = integerAt(offsetTable_ + (index * offsetBytes_), offsetBytes_);
     if (!fits(at, 1, 1)) return std::nullopt;
     const std::uint8_t marker = byteAt(at);
@@ -101,14 +109,14 @@ class BinaryReader {
     const auto [start, count] = *contents;
     switch (marker >> 4U) {
       case 0x4:
-        if (!fits(start, count, 1)) return std::nullopt;
+        if (!fits(start, count, 1) || !countContents(count)) return std::nullopt;
         return PropertyList(PropertyList::Data(bytes_.begin() + static_cast<std::ptrdiff_t>(start),
                                                bytes_.begin() + static_cast<std::ptrdiff_t>(start + count)));
       case 0x5:
-        if (!fits(start, count, 1)) return std::nullopt;
+        if (!fits(start, count, 1) || !countContents(count)) return std::nullopt;
         return PropertyList(std::string(bytes_.substr(start, count)));
       case 0x6:
-        if (!fits(start, count, 2)) return std::nullopt;
+        if (!fits(start, count, 2) || !countContents(2 * count)) return std::nullopt;
         return PropertyList(utf8(start, count));
       case 0xA:
         return array(start, count, depth);
@@ -178,11 +186,13 @@ class BinaryReader {
   }
 
   std::string_view bytes_;
+  std::size_t valueLimit_;  // writers share no containers, so that each value takes a reference of its own
   std::size_t offsetBytes_ = 0;
   std::size_t referenceBytes_ = 0;
   std::uint64_t objectCount_ = 0;
   std::size_t offsetTable_ = 0;
   std::size_t values_ = 0;
+  std::size_t contents_ = 0;
 };
 
 }  // namespace

@@ -160,8 +160,8 @@ std::expected<PropertyList, NSError> PropertyList::parse(std::string_view bytes)
     auto list = parseBinaryPropertyList(bytes);
     return list ? std::expected<PropertyList, NSError>(std::move(*list)) : std::unexpected(corrupt());
   }
-  // The library takes apart what it has read by recursion.
-  if (!isNestedAtMost(maximumDepth, bytes)) return std::unexpected(corrupt());
+  // The library takes apart what it has read by recursion, and decodes entities by moving the rest of the text.
+  if (!isCheapToParse(bytes, maximumDepth)) return std::unexpected(corrupt());
   plist_t root = nullptr;
   plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   const PlistNode owned(root);

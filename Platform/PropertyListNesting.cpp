@@ -1,6 +1,7 @@
 #include "Platform/PropertyListNesting.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace platform {
 namespace {
@@ -12,7 +13,7 @@ class XmlWalk {
   explicit XmlWalk(std::string_view text) : rest_(text) {}
 
   bool staysWithin(int maximum) {
-    while (skipTo("<") && depth_ <= maximum) {
+    while (skipText() && depth_ <= maximum) {
       if (rest_.starts_with("<!--")) {
         skipRegion("-->");
       } else if (rest_.starts_with("<![CDATA[")) {
@@ -25,14 +26,19 @@ class XmlWalk {
         readTag();
       }
     }
-    return depth_ <= maximum;
+    return depth_ <= maximum && moves_ <= maximumMoves;
   }
 
  private:
-  bool skipTo(std::string_view mark) {
-    const std::size_t found = rest_.find(mark);
-    rest_.remove_prefix(std::min(found, rest_.size()));
-    return found != std::string_view::npos;
+  static constexpr std::uint64_t maximumMoves = std::uint64_t{1} << 34U;
+
+  /// False at the end, and when decoding the texts so far moves too much: all that follows, once for each entity.
+  bool skipText() {
+    const std::size_t found = rest_.find('<');
+    const std::string_view text = rest_.substr(0, found);
+    moves_ += std::uint64_t{text.size()} * static_cast<std::uint64_t>(std::ranges::count(text, '&'));
+    rest_.remove_prefix(text.size());
+    return found != std::string_view::npos && moves_ <= maximumMoves;
   }
 
   void skipRegion(std::string_view end) {
@@ -51,23 +57,27 @@ class XmlWalk {
     return !declaration.contains('[') && !declaration.contains('<');
   }
 
+  /// A tag ends at the next one at the latest, or every tag without an end would be sought to the end of the text.
   void readTag() {
-    const std::string_view tag = rest_.substr(1, rest_.find('>') - 1);
+    const std::size_t end = rest_.find_first_of("<>", 1);
+    const std::string_view tag = rest_.substr(1, end - 1);
+    const bool isClosed = end != std::string_view::npos && rest_[end] == '>';
     rest_.remove_prefix(1);
-    if (tag == "/array" || tag == "/dict") --depth_;
-    if (isContainer(tag) && !tag.ends_with('/')) ++depth_;
+    if (isClosed && (tag == "/array" || tag == "/dict")) --depth_;
+    if (isContainer(tag) && !(isClosed && tag.ends_with('/'))) ++depth_;
   }
 
   static bool isContainer(std::string_view tag) { return tag.starts_with("array") || tag.starts_with("dict"); }
 
   std::string_view rest_;
   int depth_ = 0;
+  std::uint64_t moves_ = 0;  // of bytes, by the decoding of entities
 };
 
 }  // namespace
 
-bool isNestedAtMost(int maximum, std::string_view xml) {
-  return XmlWalk(xml).staysWithin(maximum);
+bool isCheapToParse(std::string_view xml, int maximumDepth) {
+  return XmlWalk(xml).staysWithin(maximumDepth);
 }
 
 }  // namespace platform

@@ -4,9 +4,10 @@
 
 namespace platform {
 
-/// Whether the containers of an XML property list are nested at most `maximum` deep. For parsers that recurse into
-/// them: answers in one pass without recursion. What is malformed otherwise is left to the parser; a document type that
-/// declares anything is not.
-[[nodiscard]] bool isNestedAtMost(int maximum, std::string_view xml);
+/// Whether the containers of an XML property list are nested at most `maximumDepth` deep, and its texts hold no more
+/// entities than can be decoded in place. For parsers that recurse into the one and move the rest of a text for each of
+/// the other: answers in one pass without recursion. What is malformed otherwise is left to the parser; a document type
+/// that declares anything is not.
+[[nodiscard]] bool isCheapToParse(std::string_view xml, int maximumDepth);
 
 }  // namespace platform

@@ -109,15 +109,20 @@ TEST(PropertyLists, SurviveHostileBinaryForms) {
       PropertyList(PropertyList::Dictionary{{"key", "\U0001F642 é"}}).serialized(PropertyList::Format::binary);
   ASSERT_TRUE(PropertyList::parse(text));
   EXPECT_EQ(*PropertyList::parse(text)->operator[]("key"), PropertyList("\U0001F642 é"));
-  // Forty arrays, each twice in the one before: 2^40 values if they were unfolded.
+  // Sixteen arrays, each twice in the one before: 2^16 values of 110 bytes if they were unfolded.
   std::string sharing = "bplist00";
-  for (char i = 1; i <= 40; ++i) sharing += "\xA2"s + i + i;
+  for (char i = 1; i <= 16; ++i) sharing += "\xA2"s + i + i;
   sharing += "\x09";
   std::string offsets;
-  for (int i = 0; i <= 40; ++i) offsets += static_cast<char>(8 + (3 * i));
-  const std::string trailer = "\0\0\0\0\0\0\x01\x01"s + "\0\0\0\0\0\0\0\x29"s + "\0\0\0\0\0\0\0\0"s;
+  for (int i = 0; i <= 16; ++i) offsets += static_cast<char>(8 + (3 * i));
+  const std::string trailer = "\0\0\0\0\0\0\x01\x01"s + "\0\0\0\0\0\0\0\x11"s + "\0\0\0\0\0\0\0\0"s;
   EXPECT_FALSE(
       PropertyList::parse(sharing + offsets + trailer + "\0\0\0\0\0\0\0"s + static_cast<char>(sharing.size())));
+  // One text of 64 KiB that an array has 2000 times.
+  const std::string many = "bplist00\xAF\x11\x07\xD0"s + std::string(2000, '\x01') + "\x5F\x12\0\1\0\0"s;
+  const std::string places = "\0\0\x08\0\x07\xDC"s + "\0\0\0\0\0\0\x03\x01"s + "\0\0\0\0\0\0\0\x02"s;
+  EXPECT_FALSE(
+      PropertyList::parse(many + std::string(65536, 'x') + places + "\0\0\0\0\0\0\0\0"s + "\0\0\0\0\0\1\x07\xE2"s));
 }
 
 TEST(PropertyLists, RefuseWhatIsNone) {
@@ -127,8 +132,10 @@ TEST(PropertyLists, RefuseWhatIsNone) {
   for (int i = 0; i < 300'000; ++i) nested += "</array>";
   std::string hidden = "<plist>";  // nesting that end tags nobody reads seem to undo
   for (int i = 0; i < 300'000; ++i) hidden += "<array><!--</array>-->";
-  for (const std::string& bytes :
-       {std::string(), deep, nested + "</plist>", hidden, std::string("bplist00\xFF\xFF\xFF")}) {
+  std::string encoded = "<plist><string>";  // a text that takes hours to decode
+  for (int i = 0; i < 6'000'000; ++i) encoded += "&amp;";
+  for (const std::string& bytes : {std::string(), deep, nested + "</plist>", hidden, encoded + "</string></plist>",
+                                   std::string(6'000'000, '<'), std::string("bplist00\xFF\xFF\xFF")}) {
     const auto list = PropertyList::parse(bytes);
     ASSERT_FALSE(list) << bytes.substr(0, 40);
     EXPECT_EQ(list.error().code(), platform::NSPropertyListReadCorruptError);

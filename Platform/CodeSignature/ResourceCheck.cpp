@@ -182,10 +182,8 @@ class ResourceWalk {
   /// The first problem decides the status; every file is named.
   void report(OSStatus status, std::string_view key, const std::string& path) {
     if (!problem_) problem_ = Failure{status, {}};
-    auto& value = problem_->userInfo[std::string(key)];
-    std::string names = std::holds_alternative<std::string>(value) ? std::get<std::string>(value) : std::string();
-    if (!names.empty()) names += '\n';
-    value = names + path;
+    const auto [value, isFirst] = problem_->userInfo.try_emplace(std::string(key), path);
+    if (!isFirst) std::get<std::string>(value->second).append("\n").append(path);
   }
 
   int root_;
