@@ -106,10 +106,13 @@ ChildProgram Scene::start(const fs::path& executable, const std::vector<std::str
   return {"/usr/bin/setpriv", words, environment};
 }
 
+fs::path Scene::agentExecutable() const {
+  return mac_.home() / "Library/Application Support/Corvane" / agentBundle / "Contents/MacOS/EmergencyUpdateService";
+}
+
 void Scene::startAgent() {
   transcript_.heading("The agent starts and checks the list");
-  agent_.emplace(start(
-      mac_.home() / "Library/Application Support/Corvane" / agentBundle / "Contents/MacOS/EmergencyUpdateService", {}));
+  agent_.emplace(start(agentExecutable(), {}));
 }
 
 std::string Scene::reach(const std::vector<std::string>& messages) {

@@ -61,9 +61,12 @@ class Scene {
   /// whatever the permissions say. Changes nothing when this process is no root.
   void handToOrdinaryUser();
 
+  /// The program of the installed agent.
+  [[nodiscard]] std::filesystem::path agentExecutable() const;
   void startAgent();
   /// Shows the agent's records up to the first whose message is one of these, and returns that.
   std::string reach(const std::vector<std::string>& messages);
+  [[nodiscard]] pid_t agentProcessIdentifier() const { return agent_->processIdentifier(); }
   /// Asks the agent to quit and shows how it ends.
   void quitAgent();
 
