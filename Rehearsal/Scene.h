@@ -80,6 +80,7 @@ class Scene {
   void startAgent();
   /// Shows the agent's records up to the first whose message is one of these, and returns that.
   LogEntry reach(const std::vector<std::string>& messages, std::chrono::seconds limit = usualLimit);
+  [[nodiscard]] pid_t agentProcessIdentifier() const { return agent_->processIdentifier(); }
   /// Asks the agent to quit, shows how it ends, and returns the records it left meanwhile.
   std::vector<LogEntry> quitAgent();
   /// The same for an agent that ends of its own accord.
