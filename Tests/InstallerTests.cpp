@@ -108,6 +108,10 @@ TEST_F(Install, AsksTheRunningApplicationToQuitAndRelaunchesIt) {
   const auto gone = runs(-1);
   serviceManagement.jobs = platform::PropertyList::Array{
       platform::PropertyList::Dictionary{{"Label", "com.corvane.ProjectOrvik.LoginHelper"}, {"OnDemand", true}}};
+  first->atTerminate = [this] {
+    EXPECT_EQ(userDefaults_.suite(OrvikApp::bundleIdentifier)->object("wasTerminatedNormally"),
+              platform::PropertyList(true));
+  };
   EXPECT_THAT(install(), testing::Contains("Launching app: [\"appPreviouslyRunning\", \"launchAtStartupEnabled\"]"));
   EXPECT_TRUE(first->wasAskedToQuit && second->wasAskedToQuit && gone->wasAskedToQuit);
   ASSERT_THAT(childProcesses.started, testing::SizeIs(6));
@@ -119,7 +123,6 @@ TEST_F(Install, AsksTheRunningApplicationToQuitAndRelaunchesIt) {
               ElementsAre("/bin/bash", "-c",
                           "(\n    for attempt in {1..100}; do\n    /usr/bin/open '/Applications/Orvik.app' --args "
                           "launchSourceEmergencyUpdateService && break;\n    /bin/sleep 0.1;\ndone;\n)"));
-  EXPECT_TRUE(fs::exists(mac.home() / "Library/Preferences/com.corvane.ProjectOrvik.plist"));
 }
 
 TEST_F(Install, ARunningApplicationIsNotNotedWhenNoneRuns) {

@@ -121,10 +121,14 @@ class FakeRunningApplication final : public platform::RunningApplication {
       : identifier_(std::move(identifier)), pid_(pid) {}
   [[nodiscard]] const std::optional<std::string>& bundleIdentifier() const override { return identifier_; }
   [[nodiscard]] std::int32_t processIdentifier() const override { return pid_; }
-  bool terminate() override { return wasAskedToQuit = true; }
+  bool terminate() override {
+    if (atTerminate) atTerminate();
+    return wasAskedToQuit = true;
+  }
   bool forceTerminate() override { return false; }
 
   bool wasAskedToQuit = false;
+  std::function<void()> atTerminate;
 
  private:
   std::optional<std::string> identifier_;

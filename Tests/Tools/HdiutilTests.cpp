@@ -143,6 +143,8 @@ TEST_F(HdiutilTests, RefusesWhatIsNoImage) {
     expectNothingAttached();
   }
   EXPECT_EQ(hdiutil({"attach", folder / "i.dmg"}).status, 1) << "no mount point";
+  EXPECT_EQ(hdiutil({"attach", folder / "text", "-mountpoint", "/Volumes/P/Q/V"}).status, 1);
+  EXPECT_FALSE(fs::exists(sysroot / "Volumes/P")) << "folders on the way to a volume that never came";
 }
 
 TEST_F(HdiutilTests, ChecksumsCountUnlessToldOtherwise) {
