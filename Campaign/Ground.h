@@ -57,6 +57,7 @@ class Ground {
   void route(const std::string& host, unsigned port);
   /// The list of this trial, until the next reset.
   void setList(const std::string& list) { list_ = list; }
+  [[nodiscard]] const std::string& list() const { return list_; }
 
   [[nodiscard]] Application application() const;
   [[nodiscard]] Leftovers leftovers() const;

@@ -21,8 +21,8 @@ SupervisedProgram::SupervisedProgram(const rehearsal::Scene::Command& command, J
   });
   while (!listens.test()) std::this_thread::yield();
   if (!listener_) throw std::runtime_error("system calls cannot be supervised here");
-  supervisor_ =
-      std::jthread([this] { rehearsal::superviseCalls(listener_, [this](const auto& call) { return this->judge(call); }); });
+  supervisor_ = std::jthread(
+      [this] { rehearsal::superviseCalls(listener_, [this](const auto& call) { return this->judge(call); }); });
   starter.join();
   if (!program_) throw std::runtime_error("cannot start " + command.executable.string());
 }

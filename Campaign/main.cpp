@@ -16,6 +16,8 @@ struct Family {
 };
 constexpr Family families[] = {
     {"kills", campaign::killTheAgent},
+    {"calls", campaign::failSystemCalls},
+    {"servers", campaign::disturbTheServers},
 };
 
 }  // namespace
