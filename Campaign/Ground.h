@@ -47,7 +47,8 @@ class Ground {
   [[nodiscard]] const rehearsal::CertificateAuthority& authority() const { return authority_; }
   [[nodiscard]] rehearsal::Scene::Command agent() const { return scene_.command(scene_.agentExecutable(), {}); }
   [[nodiscard]] rehearsal::ChildProgram startAgent() const;
-  void startOrvik();
+  /// By a shell that stays, with the executable as its "$0".
+  void startOrvik(const std::string& script = R"("$0" & wait)");
   /// Whosever they are.
   [[nodiscard]] std::vector<pid_t> runningOrvik() const;
   /// Ends whatever main application runs.
@@ -85,6 +86,9 @@ class Ground {
   std::unique_ptr<rehearsal::HTTPSServer> listServer_;
   std::unique_ptr<rehearsal::HTTPSServer> imageServer_;
 };
+
+/// Gives what lies there, and below, to the ordinary user.
+void handOver(const std::filesystem::path& path);
 
 /// Whether a record is one of those that end a check.
 bool endsCheck(const std::string& message);

@@ -18,6 +18,8 @@ constexpr Family families[] = {
     {"kills", campaign::killTheAgent},
     {"calls", campaign::failSystemCalls},
     {"servers", campaign::disturbTheServers},
+    {"application", campaign::disturbTheApplication},
+    {"load", campaign::overload},
 };
 
 }  // namespace
