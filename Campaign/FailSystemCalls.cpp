@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <regex>
+#include <set>
 
 #include <fmt/format.h>
 #include <sys/syscall.h>
@@ -19,14 +20,13 @@ using rehearsal::SystemCall;
 constexpr auto installLimit = 60s;
 constexpr std::array errors{ENOSPC, EIO, EACCES, EROFS, EMFILE};
 constexpr const char* firstRecord = "Checking ability to replace app files";
-constexpr int mostOfAKind = 2;  // of calls that are alike, in one stage of the install
 
 /// Fails one call of an install, of the agent's own processes alone, or only counts them.
 class Sabotage {
  public:
   explicit Sabotage(std::string logName) : logName_(std::move(logName)) {}
 
-  /// The calls worth failing, each "stage: call path", in order; of those alike the first few.
+  /// The calls worth failing, each "stage: call path", in order; of those alike the first.
   std::vector<std::string> kinds;
   /// Which of these to fail, and with what; the stage it was in.
   std::optional<std::size_t> chosen;
@@ -49,7 +49,7 @@ class Sabotage {
     }
     static const std::regex varying(R"([0-9A-F]{8}-[0-9A-F-]{27}|CFNetworkDownload_\w+|/proc/\d+|stand-in-mac\.\w+)");
     const std::string kind = fmt::format("{}: {} {}", stage_, name, std::regex_replace(subject, varying, "*"));
-    if (++counts_[kind] > mostOfAKind) return 0;
+    if (!known_.insert(kind).second) return 0;
     kinds.push_back(kind);
     if (kinds.size() - 1 != chosen) return 0;
     stage = stage_;
@@ -85,7 +85,7 @@ class Sabotage {
   std::string logName_;
   std::string stage_;
   pid_t installer_ = 0;
-  std::map<std::string, int> counts_;
+  std::set<std::string> known_;
 };
 
 /// What became of the failed calls of one stage.
@@ -204,7 +204,7 @@ void failSystemCalls(Campaign& campaign) {
       "Calls on files that fail",
       "One call of the agent's on a file or folder in an install that finds Orvik running, at a time, fails with "
       "ENOSPC, EIO,\n"
-      "EACCES, EROFS or EMFILE in turn; of calls that are alike (the same stage, call and path) the first two. Those "
+      "EACCES, EROFS or EMFILE in turn; of calls that are alike (the same stage, call and path) the first. Those "
       "of the\n"
       "tools it starts, of the system log and of shared libraries are left alone. Each time the agent is to live, to "
       "write\n"
