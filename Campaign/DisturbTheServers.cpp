@@ -88,23 +88,35 @@ class ServerCampaign {
 
   void run(const Row& row, Target target) {
     const std::string host = hosts.at(static_cast<std::size_t>(target));
-    const rehearsal::CertificateAuthority stranger;
-    using enum Row::Certificate;
-    const rehearsal::Credentials credentials = row.certificate == untrusted ? stranger.issue(host)
-                                               : row.certificate == expired ? ground_.authority().issue(host, -2)
-                                               : row.certificate == wrongName
-                                                   ? ground_.authority().issue("other.example")
-                                                   : ground_.authority().issue(host);
+    const rehearsal::Credentials credentials = credentialsFor(host, row.certificate);
     ground_.reset();
-    const std::string body = target == Target::list    ? std::string(std::size_t{64} << 10U, ' ') + ground_.list()
-                             : target == Target::image ? rehearsal::readFile(ground_.image())
-                                                       : std::string(std::size_t{64} << 10U, ' ');
+    const std::string body = rightBody(target);
     const FaultyServer server(credentials, [&](Connection& connection) { row.fault(connection, body); });
     ground_.route(host, row.fault ? server.port() : 0);
     play(row, target);
   }
 
  private:
+  [[nodiscard]] rehearsal::Credentials credentialsFor(const std::string& host, Row::Certificate certificate) const {
+    switch (certificate) {
+      case Row::Certificate::untrusted:
+        return rehearsal::CertificateAuthority().issue(host);
+      case Row::Certificate::expired:
+        return ground_.authority().issue(host, -2);
+      case Row::Certificate::wrongName:
+        return ground_.authority().issue("other.example");
+      case Row::Certificate::right:
+        break;
+    }
+    return ground_.authority().issue(host);
+  }
+
+  [[nodiscard]] std::string rightBody(Target target) const {
+    if (target == Target::image) return rehearsal::readFile(ground_.image());
+    const std::string blanks(std::size_t{64} << 10U, ' ');
+    return target == Target::list ? blanks + ground_.list() : blanks;
+  }
+
   void play(const Row& row, Target target) {
     const seconds cut = target == Target::list ? row.listCut : row.imageCut;
     const auto begin = steady_clock::now();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -50,7 +51,9 @@ FaultyServer::FaultyServer(const rehearsal::Credentials& credentials, Treatment 
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  if (bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    throw std::runtime_error("no loopback port to be had for a server");
+  }
   socklen_t length = sizeof address;
   getsockname(listener_.get(), reinterpret_cast<sockaddr*>(&address), &length);
   port_ = ntohs(address.sin_port);

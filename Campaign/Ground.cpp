@@ -190,7 +190,7 @@ std::vector<std::string> Ground::records() const {
   return messages;
 }
 
-std::string Ground::waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit) {
+std::string Ground::waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit) const {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   rehearsal::LogFollower log(mac().systemLog());
   while (std::chrono::steady_clock::now() < deadline) {

@@ -66,7 +66,7 @@ class Ground {
   [[nodiscard]] std::vector<std::string> records() const;
   /// Waits until an agent's check has ended with one of the records that end one, and its clean-up too: that record, or
   /// nothing when it has not by then, or when the agent has ended.
-  std::string waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit);
+  std::string waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit) const;
 
  private:
   [[nodiscard]] std::string contents(const std::filesystem::path& bundle) const;

@@ -68,6 +68,7 @@ void logWhileTheCollectorHangs(const Ground& ground, Report& report, std::size_t
   const auto begin = steady_clock::now();
   {
     std::vector<std::jthread> loggers;
+    loggers.reserve(threads);
     for (std::size_t i = 0; i < threads; ++i) {
       loggers.emplace_back([&] {
         start.arrive_and_wait();
