@@ -26,19 +26,6 @@ void copyAsItIs(const fs::path& from, const fs::path& to) {
   fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
 }
 
-/// To whom the parent folder belongs belongs what has been put there.
-void handOver(const fs::path& path) {
-  if (getuid() != 0) return;
-  constexpr uid_t nobody = 65534;
-  std::vector<fs::path> all{path};
-  if (fs::is_directory(path)) {
-    for (const auto& entry : fs::recursive_directory_iterator(path)) all.push_back(entry.path());
-  }
-  for (const fs::path& each : all) {
-    if (lchown(each.c_str(), nobody, nobody) != 0) throw rehearsal::Failure("cannot hand over " + each.string());
-  }
-}
-
 /// Whether an agent has threads besides the main one and those that stay for a while: a task's.
 bool hasTask(pid_t agent) {
   std::error_code gone;
@@ -72,6 +59,18 @@ std::string Leftovers::text() const {
   add(unpackedApplications, "unpacked app");
   add(mounts, "mount");
   return all.empty() ? "nothing" : all;
+}
+
+void handOver(const fs::path& path) {
+  if (getuid() != 0) return;
+  constexpr uid_t nobody = 65534;
+  std::vector<fs::path> all{path};
+  if (fs::is_directory(fs::symlink_status(path))) {
+    for (const auto& entry : fs::recursive_directory_iterator(path)) all.push_back(entry.path());
+  }
+  for (const fs::path& each : all) {
+    if (lchown(each.c_str(), nobody, nobody) != 0) throw rehearsal::Failure("cannot hand over " + each.string());
+  }
 }
 
 bool endsCheck(const std::string& message) {
@@ -131,9 +130,9 @@ std::vector<pid_t> Ground::runningOrvik() const {
   return running;
 }
 
-void Ground::startOrvik() {
-  // Whoever waits for its end must not wait for a parent that is slow to notice.
-  const auto shell = scene_.command("/bin/sh", {"-c", R"("$0" & wait)", scene_.orvik() / "Contents/MacOS/Orvik"});
+void Ground::startOrvik(const std::string& script) {
+  // Whoever waits for its end must not wait for a parent that is slow to notice, so it gets one that does nothing else.
+  const auto shell = scene_.command("/bin/sh", {"-c", script, scene_.orvik() / "Contents/MacOS/Orvik"});
   orvik_.emplace(shell.executable, shell.arguments, shell.environment);
   while (runningOrvik().empty()) std::this_thread::sleep_for(glance);
 }
@@ -194,7 +193,7 @@ std::vector<std::string> Ground::records() const {
   return messages;
 }
 
-std::string Ground::waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit) {
+std::string Ground::waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit) const {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   rehearsal::LogFollower log(mac().systemLog());
   while (std::chrono::steady_clock::now() < deadline) {

@@ -47,7 +47,8 @@ class Ground {
   [[nodiscard]] const rehearsal::CertificateAuthority& authority() const { return authority_; }
   [[nodiscard]] rehearsal::Scene::Command agent() const { return scene_.command(scene_.agentExecutable(), {}); }
   [[nodiscard]] rehearsal::ChildProgram startAgent() const;
-  void startOrvik();
+  /// By a shell that stays, with the executable as its "$0".
+  void startOrvik(const std::string& script = R"("$0" & wait)");
   /// Whosever they are.
   [[nodiscard]] std::vector<pid_t> runningOrvik() const;
   /// Ends whatever main application runs.
@@ -57,6 +58,7 @@ class Ground {
   void route(const std::string& host, unsigned port);
   /// The list of this trial, until the next reset.
   void setList(const std::string& list) { list_ = list; }
+  [[nodiscard]] const std::string& list() const { return list_; }
 
   [[nodiscard]] Application application() const;
   [[nodiscard]] Leftovers leftovers() const;
@@ -64,7 +66,7 @@ class Ground {
   [[nodiscard]] std::vector<std::string> records() const;
   /// Waits until an agent's check has ended with one of the records that end one, and its clean-up too: that record, or
   /// nothing when it has not by then, or when the agent has ended.
-  std::string waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit);
+  std::string waitForEndOfCheck(rehearsal::ChildProgram& agent, std::chrono::seconds limit) const;
 
  private:
   [[nodiscard]] std::string contents(const std::filesystem::path& bundle) const;
@@ -84,6 +86,9 @@ class Ground {
   std::unique_ptr<rehearsal::HTTPSServer> listServer_;
   std::unique_ptr<rehearsal::HTTPSServer> imageServer_;
 };
+
+/// Gives what lies there, and below, to the ordinary user.
+void handOver(const std::filesystem::path& path);
 
 /// Whether a record is one of those that end a check.
 bool endsCheck(const std::string& message);

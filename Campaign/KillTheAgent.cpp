@@ -90,6 +90,7 @@ struct Tally {
 
   [[nodiscard]] std::string applicationsText() const {
     std::vector<std::string> texts;
+    texts.reserve(applications.size());
     for (const auto& [application, count] : applications)
       texts.push_back(fmt::format("{} {}", count, name(application)));
     return fmt::format("{}", fmt::join(texts, ", "));

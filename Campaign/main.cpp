@@ -16,6 +16,10 @@ struct Family {
 };
 constexpr Family families[] = {
     {"kills", campaign::killTheAgent},
+    {"calls", campaign::failSystemCalls},
+    {"servers", campaign::disturbTheServers},
+    {"application", campaign::disturbTheApplication},
+    {"load", campaign::overload},
 };
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
-#include <map>
+#include <iterator>
 #include <thread>
 
 #include <fmt/format.h>
@@ -23,65 +23,67 @@ namespace {
 
 using platform::posix::FileDescriptor;
 
-const std::map<int, std::string>& fileSystemCallNames() {
-  static const std::map<int, std::string> names{
-      {SYS_openat, "openat"},
-      {SYS_newfstatat, "fstatat"},
-      {SYS_statx, "statx"},
-      {SYS_faccessat, "faccessat"},
-      {SYS_faccessat2, "faccessat2"},
-      {SYS_mkdirat, "mkdirat"},
-      {SYS_unlinkat, "unlinkat"},
-      {SYS_renameat, "renameat"},
-      {SYS_renameat2, "renameat2"},
-      {SYS_symlinkat, "symlinkat"},
-      {SYS_readlinkat, "readlinkat"},
-      {SYS_fchmodat, "fchmodat"},
-      {SYS_fchmod, "fchmod"},
-      {SYS_utimensat, "utimensat"},
-      {SYS_getdents64, "getdents64"},
-      {SYS_copy_file_range, "copy_file_range"},
-      {SYS_read, "read"},
-      {SYS_pread64, "pread"},
-      {SYS_write, "write"},
-      {SYS_pwrite64, "pwrite"},
-      {SYS_fsync, "fsync"},
-      {SYS_ftruncate, "ftruncate"},
-      {SYS_flistxattr, "flistxattr"},
-      {SYS_fgetxattr, "fgetxattr"},
-      {SYS_fsetxattr, "fsetxattr"},
-      {SYS_statfs, "statfs"},
+struct NamedCall {
+  int number;
+  const char* name;
+};
+
+constexpr NamedCall namedFileSystemCalls[] = {
+    {SYS_openat, "openat"},
+    {SYS_newfstatat, "fstatat"},
+    {SYS_statx, "statx"},
+    {SYS_faccessat, "faccessat"},
+    {SYS_faccessat2, "faccessat2"},
+    {SYS_mkdirat, "mkdirat"},
+    {SYS_unlinkat, "unlinkat"},
+    {SYS_renameat, "renameat"},
+    {SYS_renameat2, "renameat2"},
+    {SYS_symlinkat, "symlinkat"},
+    {SYS_readlinkat, "readlinkat"},
+    {SYS_fchmodat, "fchmodat"},
+    {SYS_fchmod, "fchmod"},
+    {SYS_utimensat, "utimensat"},
+    {SYS_getdents64, "getdents64"},
+    {SYS_copy_file_range, "copy_file_range"},
+    {SYS_read, "read"},
+    {SYS_pread64, "pread"},
+    {SYS_write, "write"},
+    {SYS_pwrite64, "pwrite"},
+    {SYS_fsync, "fsync"},
+    {SYS_ftruncate, "ftruncate"},
+    {SYS_flistxattr, "flistxattr"},
+    {SYS_fgetxattr, "fgetxattr"},
+    {SYS_fsetxattr, "fsetxattr"},
+    {SYS_statfs, "statfs"},
 #ifdef SYS_open  // the older calls, which newer machines are without
-      {SYS_open, "open"},
-      {SYS_stat, "stat"},
-      {SYS_lstat, "lstat"},
-      {SYS_access, "access"},
-      {SYS_mkdir, "mkdir"},
-      {SYS_rmdir, "rmdir"},
-      {SYS_unlink, "unlink"},
-      {SYS_rename, "rename"},
-      {SYS_symlink, "symlink"},
-      {SYS_readlink, "readlink"},
-      {SYS_chmod, "chmod"},
+    {SYS_open, "open"},
+    {SYS_stat, "stat"},
+    {SYS_lstat, "lstat"},
+    {SYS_access, "access"},
+    {SYS_mkdir, "mkdir"},
+    {SYS_rmdir, "rmdir"},
+    {SYS_unlink, "unlink"},
+    {SYS_rename, "rename"},
+    {SYS_symlink, "symlink"},
+    {SYS_readlink, "readlink"},
+    {SYS_chmod, "chmod"},
 #endif
-  };
-  return names;
-}
+};
 
 }  // namespace
 
 const std::vector<int>& fileSystemCalls() {
   static const std::vector<int> numbers = [] {
     std::vector<int> all;
-    for (const auto& [number, name] : fileSystemCallNames()) all.push_back(number);
+    for (const NamedCall& call : namedFileSystemCalls) all.push_back(call.number);
     return all;
   }();
   return numbers;
 }
 
 std::string fileSystemCallName(int number) {
-  const auto known = fileSystemCallNames().find(number);
-  return known == fileSystemCallNames().end() ? std::to_string(number) : known->second;
+  const auto* known = std::ranges::find(namedFileSystemCalls, number, &NamedCall::number);
+  return known == std::end(namedFileSystemCalls) ? std::to_string(number) : known->name;
 }
 
 std::string SystemCall::bytesAt(std::size_t argument, std::size_t count) const {

@@ -42,9 +42,12 @@ class FileFaults : public World {
       lgetxattr(entry.path().c_str(), "user.mark", mark.data(), mark.size() - 1);
       struct stat status{};
       lstat(entry.path().c_str(), &status);
-      const std::string bytes = entry.is_symlink()        ? fs::read_symlink(entry).string()
-                                : entry.is_regular_file() ? rehearsal::readFile(entry)
-                                                          : "";
+      std::string bytes;
+      if (entry.is_symlink()) {
+        bytes = fs::read_symlink(entry);
+      } else if (entry.is_regular_file()) {
+        bytes = rehearsal::readFile(entry);
+      }
       lines.push_back(fmt::format("{} {:o} {} {} {}", entry.path().lexically_relative(folder).string(), status.st_mode,
                                   mark.data(), status.st_mtim.tv_nsec, bytes));
     }

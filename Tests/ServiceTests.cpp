@@ -127,6 +127,43 @@ TEST_F(Service, AClockSetBackDelaysAndOneSetForwardHastensTheNextCheck) {
   EXPECT_EQ(checksWithin(1 * hours), 1);
 }
 
+TEST_F(Service, ADayAsleepOrAClockThatMovesDuringACheckMakesForOneCheckNoMore) {
+  serves(emptyList);
+  launch();
+  advance(30);
+  clock.setForward(24 * hours);  // asleep: timers stand still meanwhile
+  EXPECT_EQ(checksWithin(30), 1) << "at the next tick";
+  EXPECT_EQ(checksWithin(4 * hours - 60), 0);
+  const auto checkWhileTheClockMoves = [this](double seconds) {
+    network.answer = [this, seconds](const platform::URL&) {
+      clock.setForward(seconds);
+      return emptyList;
+    };
+    const int checks = checksWithin(60);
+    serves(emptyList);
+    return checks;
+  };
+  EXPECT_EQ(checkWhileTheClockMoves(24 * hours), 1);
+  EXPECT_EQ(checksWithin(60), 1) << "the interval counts from the start of the check";
+  EXPECT_EQ(checksWithin(4 * hours - 60), 0);
+  EXPECT_EQ(checkWhileTheClockMoves(-3 * hours), 1);
+  EXPECT_EQ(checksWithin(7 * hours - 60), 0);
+  EXPECT_EQ(checksWithin(60), 1);
+}
+
+TEST_F(Service, ADayAsleepCountsForNoMissingApplication) {
+  launch();
+  systemLog.entries.clear();
+  advance(30);
+  clock.setForward(24 * hours);
+  advance(29);
+  EXPECT_EQ(processExit.status, std::nullopt) << "missed once, long ago, and asleep since";
+  installs("1");
+  advance(31);
+  EXPECT_EQ(processExit.status, std::nullopt);
+  EXPECT_THAT(records(), testing::Contains(std::string(missingCount) + "0/2"));
+}
+
 struct Override {
   const char* name;
   platform::PropertyList value;
