@@ -63,6 +63,9 @@ class URLSession {
       std::move_only_function<void(const std::optional<std::string>& data, const std::optional<URLResponse>& response,
                                    const std::optional<NSError>& error)>;
 
+  /// A download may have so many bytes, by what the server declares and by what comes; a longer one fails the task. No
+  /// disk image of an application comes near it.
+  static constexpr std::int64_t maximumDownloadBytes = std::int64_t{8} << 30U;
   /// A data task's body may have so many bytes; a longer one fails the task.
   static constexpr std::size_t maximumDataBytes = std::size_t{256} << 10U;
   /// So many data tasks of a session are under way at once, on as many connections or fewer; the others wait in the

@@ -205,6 +205,8 @@ TEST_F(Network, FailedDownloadsHaveAnErrorAndNoFile) {
   const Raw silent(Raw::waitForClose);
   const Raw shortBody(
       [](int connection) { Raw::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n12345"); });
+  const Raw endless(
+      [](int connection) { Raw::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 8589934593\r\n\r\n12345"); });
   const auto url = [](const Raw& raw) { return fmt::format("http://127.0.0.1:{}/", raw.port()); };
   std::uint16_t unused = 0;
   {
@@ -214,9 +216,10 @@ TEST_F(Network, FailedDownloadsHaveAnErrorAndNoFile) {
   for (const auto& [from, code] :
        {std::pair(std::string("https://list.example/image"), -1202),
         std::pair(fmt::format("http://127.0.0.1:{}/", unused), -1004), std::pair(url(silent), -1001),
-        std::pair(url(shortBody), -1005), std::pair(std::string("gopher://127.0.0.1/"), -1002),
-        std::pair(std::string("relative.dmg"), -1002), std::pair(std::string("file:///Library/none"), -1100),
-        std::pair(std::string("file:///Library"), -1100), std::pair(std::string("file:///Volumes"), -1101)}) {
+        std::pair(url(shortBody), -1005), std::pair(url(endless), -1103),
+        std::pair(std::string("gopher://127.0.0.1/"), -1002), std::pair(std::string("relative.dmg"), -1002),
+        std::pair(std::string("file:///Library/none"), -1100), std::pair(std::string("file:///Library"), -1100),
+        std::pair(std::string("file:///Volumes"), -1101)}) {
     const Downloaded result = download(mac, from, waiting);
     EXPECT_EQ(result.contents + " " + result.error, fmt::format("(none) NSURLErrorDomain {}", code)) << from;
   }

@@ -31,10 +31,20 @@ struct Outcome {
   long systemError = 0;
 };
 
-std::size_t writeToFile(const char* data, std::size_t /*always 1*/, std::size_t count, void* descriptor) {
+/// Where a download goes.
+struct Sink {
+  int descriptor;
+  std::int64_t written = 0;
+  [[nodiscard]] bool isFull() const { return written > URLSession::maximumDownloadBytes; }
+};
+
+std::size_t writeToFile(const char* data, std::size_t /*always 1*/, std::size_t count, void* to) {
+  Sink& sink = *static_cast<Sink*>(to);
+  sink.written += static_cast<std::int64_t>(count);
+  if (sink.isFull()) return CURL_WRITEFUNC_ERROR;
   std::size_t done = 0;
   while (done < count) {
-    const ssize_t written = write(*static_cast<int*>(descriptor), data + done, count - done);
+    const ssize_t written = write(sink.descriptor, data + done, count - done);
     if (written < 0 && errno != EINTR) return CURL_WRITEFUNC_ERROR;
     if (written > 0) done += static_cast<std::size_t>(written);
   }
@@ -130,6 +140,7 @@ class DownloadTask final : public URLSessionTask, public std::enable_shared_from
       if (outcome.code == CURLE_OK) return response;
       const bool waits = configuration_.waitsForConnectivity && mayWaitForConnectivity(outcome, url_);
       if (!waits || Clock::now() + pause >= deadline) {
+        if (outcome.code == CURLE_FILESIZE_EXCEEDED) return std::unexpected(dataTooLongError());
         return std::unexpected(urlError(waits ? CURLE_OPERATION_TIMEDOUT : outcome.code, outcome.systemError));
       }
       std::this_thread::sleep_for(pause);
@@ -141,13 +152,15 @@ class DownloadTask final : public URLSessionTask, public std::enable_shared_from
     const CurlRequest request(url_, machine_.sysroot, std::lround(configuration_.timeoutIntervalForRequest));
     if (!request.isValid()) return {};
     CURL* handle = request.get();
-    int descriptor = file.descriptor();
+    Sink sink{.descriptor = file.descriptor()};
     const auto left = std::chrono::ceil<std::chrono::seconds>(deadline - Clock::now());
     curl_easy_setopt(handle, CURLOPT_TIMEOUT, std::max(static_cast<long>(left.count()), 1L));
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &writeToFile);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &descriptor);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &sink);
+    curl_easy_setopt(handle, CURLOPT_MAXFILESIZE_LARGE, curl_off_t{URLSession::maximumDownloadBytes});
     const CURLcode code = curl_easy_perform(handle);
     response = request.response(url_);
+    if (sink.isFull()) return {.code = CURLE_FILESIZE_EXCEEDED};
     return {.code = code, .systemError = request.systemError()};
   }
 
