@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
   for (const auto& benchmark : benchmarksInOrder) names.emplace_back(benchmark.name);
   options.add_option("ROW", rows, "What to measure instead of everything")->check(CLI::IsMember(names));
   CLI11_PARSE(options, argc, argv);
-  plan.idle = std::chrono::seconds(static_cast<int>(idleMinutes * 60));
+  plan.idle = std::chrono::seconds(plan.isShrunk ? 1 : static_cast<int>(idleMinutes * 60));
   // What the rehearsal kit and the tools show is not part of the table.
   std::FILE* const output = fdopen(dup(STDOUT_FILENO), "w");
   if (output == nullptr || std::freopen((folder / "transcript.log").c_str(), "w", stdout) == nullptr) return 2;
