@@ -20,6 +20,7 @@
 #include <csignal>
 
 #include <curl/curl.h>
+#include <malloc.h>
 
 namespace platform {
 namespace {
@@ -88,6 +89,8 @@ class PosixHost final : public Host {
 std::unique_ptr<Host> makeHost() {
   // A peer that closes its end is an error of the write, not the end of this process.
   std::signal(SIGPIPE, SIG_IGN);
+  // One heap for all threads: they are few, and each heap of their own would keep what was freed in it.
+  mallopt(M_ARENA_MAX, 1);
   curl_global_init(CURL_GLOBAL_DEFAULT);
   return std::make_unique<PosixHost>();
 }
