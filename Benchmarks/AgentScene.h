@@ -54,7 +54,7 @@ class AgentScene {
   std::string list_;
   std::atomic<std::size_t> listRequests_ = 0;
   std::atomic<std::size_t> records_ = 0;
-  std::atomic<std::chrono::steady_clock::time_point> lastListRequest_{};
+  std::atomic<std::chrono::steady_clock::time_point> lastListRequest_;
   rehearsal::Scene scene_;
 };
 

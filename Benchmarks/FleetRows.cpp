@@ -2,10 +2,13 @@
 #include "Benchmarks/Rows.h"
 #include "Rehearsal/Maker.h"
 
+#include <deque>
 #include <thread>
+#include <vector>
 
 #include <asio.hpp>
 #include <fmt/format.h>
+#include <sys/socket.h>
 
 namespace benchmarks {
 namespace {
@@ -23,45 +26,49 @@ class Relay {
     const std::string entry = host + ":443:127.0.0.1:";
     const auto port = static_cast<std::uint16_t>(std::stoul(lines.substr(lines.find(entry) + entry.size())));
     rehearsal::writeFile(file, fmt::format("{}{}\n{}", entry, acceptor_.local_endpoint().port(), lines));
-    asio::co_spawn(io_, accept({asio::ip::address_v4::loopback(), port}), asio::detached);
-    thread_ = std::jthread([this] { io_.run(); });
+    accepting_ = std::jthread([this, port] { accept({asio::ip::address_v4::loopback(), port}); });
   }
   Relay(const Relay&) = delete;
   Relay& operator=(const Relay&) = delete;
-  ~Relay() { io_.stop(); }
+  ~Relay() {
+    shutdown(acceptor_.native_handle(), SHUT_RDWR);
+    accepting_.join();
+    for (tcp::socket& socket : sockets_) shutdown(socket.native_handle(), SHUT_RDWR);
+  }
 
   [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
 
  private:
-  using Socket = std::shared_ptr<tcp::socket>;
-
-  asio::awaitable<void> accept(tcp::endpoint server) {
+  void accept(const tcp::endpoint& server) {
     while (true) {
-      const Socket client = std::make_shared<tcp::socket>(co_await acceptor_.async_accept(asio::use_awaitable));
-      const Socket upstream = std::make_shared<tcp::socket>(io_);
-      co_await upstream->async_connect(server, asio::use_awaitable);
-      asio::co_spawn(io_, pump(client, upstream), asio::detached);
-      asio::co_spawn(io_, pump(upstream, client), asio::detached);
+      std::error_code end;
+      tcp::socket& client = sockets_.emplace_back(io_);
+      tcp::socket& upstream = sockets_.emplace_back(io_);
+      acceptor_.accept(client, end);
+      if (!end) upstream.connect(server, end);
+      if (end) return;
+      pumps_.emplace_back([&] { pump(client, upstream); });
+      pumps_.emplace_back([&] { pump(upstream, client); });
     }
   }
 
-  asio::awaitable<void> pump(Socket from, Socket to) {
+  void pump(tcp::socket& from, tcp::socket& to) {
     std::vector<char> buffer(std::size_t{64} << 10U);
     std::error_code end;
     while (!end) {
-      const std::size_t count =
-          co_await from->async_read_some(asio::buffer(buffer), asio::redirect_error(asio::use_awaitable, end));
+      const std::size_t count = from.read_some(asio::buffer(buffer), end);
       bytes_ += count;
-      std::error_code ignored;
-      co_await asio::async_write(*to, asio::buffer(buffer, count), asio::redirect_error(asio::use_awaitable, ignored));
+      if (!end) asio::write(to, asio::buffer(buffer, count), end);
     }
-    to->shutdown(tcp::socket::shutdown_send, end);
+    shutdown(to.native_handle(), SHUT_WR);
   }
 
   asio::io_context io_;
   tcp::acceptor acceptor_;
   std::atomic<std::uint64_t> bytes_ = 0;
-  std::jthread thread_;
+  std::deque<tcp::socket> sockets_;
+  std::vector<std::jthread> pumps_;
+  std::jthread accepting_;
 };
 
 /// What one host had to do.

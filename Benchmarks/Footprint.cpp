@@ -51,7 +51,7 @@ double processorTimeOf(pid_t process) {
   return static_cast<double>(time.tv_sec) + (static_cast<double>(time.tv_nsec) / 1e9);
 }
 
-ContextSwitches::ContextSwitches(pid_t process) : descriptor_(-1) {
+ContextSwitches::ContextSwitches(pid_t process) {
   perf_event_attr event{};
   event.type = PERF_TYPE_SOFTWARE;
   event.size = sizeof event;

@@ -34,7 +34,7 @@ class ContextSwitches {
   [[nodiscard]] std::optional<std::uint64_t> count() const;
 
  private:
-  int descriptor_;
+  int descriptor_ = -1;
 };
 
 }  // namespace benchmarks

@@ -3,7 +3,7 @@
 #include "Posix/ArgumentVector.h"
 
 #include <algorithm>
-#include <array>
+#include <cmath>
 #include <fstream>
 #include <limits>
 #include <random>
@@ -19,7 +19,7 @@ namespace {
 
 std::string scaled(double figure, double step, const std::vector<const char*>& units) {
   std::size_t unit = 0;
-  while (unit + 1 < units.size() && figure >= step) {
+  while (unit + 1 < units.size() && std::abs(figure) >= step) {
     figure /= step;
     ++unit;
   }

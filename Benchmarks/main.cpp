@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <set>
 #include <string_view>
 
 #include <CLI/CLI.hpp>
@@ -41,8 +42,8 @@ int main(int argc, char** argv) {
       ->check(CLI::ExistingDirectory);
   options.add_option("--idle-minutes", idleMinutes, "How long the idle agent is watched");
   options.add_flag("--shrunk", plan.isShrunk, "Small sizes, one repetition, no marks: whether all of it works");
-  std::vector<std::string> names;
-  for (const auto& benchmark : benchmarksInOrder) names.emplace_back(benchmark.name);
+  std::set<std::string> names;
+  for (const auto& benchmark : benchmarksInOrder) names.emplace(benchmark.name);
   options.add_option("ROW", rows, "What to measure instead of everything")->check(CLI::IsMember(names));
   CLI11_PARSE(options, argc, argv);
   plan.idle = std::chrono::seconds(plan.isShrunk ? 1 : static_cast<int>(idleMinutes * 60));
