@@ -90,7 +90,7 @@ std::unique_ptr<Host> makeHost() {
   // A peer that closes its end is an error of the write, not the end of this process.
   std::signal(SIGPIPE, SIG_IGN);
   // One heap for all threads: they are few, and each heap of their own would keep what was freed in it.
-  mallopt(M_ARENA_MAX, 1);
+  mallopt(M_ARENA_MAX, 1);  // NOLINT(concurrency-mt-unsafe): there is no other thread yet
   curl_global_init(CURL_GLOBAL_DEFAULT);
   return std::make_unique<PosixHost>();
 }
