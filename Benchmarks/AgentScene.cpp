@@ -1,5 +1,11 @@
 #include "Benchmarks/AgentScene.h"
 
+#include "Platform/URL.h"
+
+#include <csignal>
+#include <sstream>
+#include <thread>
+
 #include <fmt/format.h>
 
 namespace benchmarks {
@@ -7,7 +13,7 @@ namespace {
 
 /// Seconds of the day, from "2026-11-22 19:24:42.123456+0000".
 double timeOfDay(const std::string& timestamp) {
-  return 3600 * std::stod(timestamp.substr(11, 2)) + 60 * std::stod(timestamp.substr(14, 2)) +
+  return (3600 * std::stod(timestamp.substr(11, 2))) + (60 * std::stod(timestamp.substr(14, 2))) +
          std::stod(timestamp.substr(17, 9));
 }
 
@@ -20,26 +26,25 @@ std::string installList(const std::string& versions) {
 }
 
 AgentScene::AgentScene(const Plan& plan, std::string list)
-    : list_(std::move(list)),
-      scene_(std::make_unique<rehearsal::Scene>(rehearsal::Stage{.prefix = plan.prefix}, rehearsal::Setting{},
-                                                transcript_)) {
-  scene_->serve(listHost, [this](const rehearsal::HTTPRequest&) -> rehearsal::HTTPResponse {
+    : plan_(plan), list_(std::move(list)), scene_({.prefix = plan.prefix}, {}, transcript_) {
+  scene_.serve(listHost, [this](const auto&) {
     lastListRequest_ = std::chrono::steady_clock::now();
     ++listRequests_;
-    return {.body = list_};
+    return rehearsal::HTTPResponse{.body = list_};
   });
-  scene_->serve(logHost, [this](const rehearsal::HTTPRequest&) -> rehearsal::HTTPResponse {
+  scene_.serve(logHost, [this](const auto&) {
     ++records_;
-    return {};
+    return rehearsal::HTTPResponse{};
   });
 }
 
 void AgentScene::serveImage(const std::filesystem::path& file) {
-  scene_->serve(imageHost, [file](const rehearsal::HTTPRequest&) -> rehearsal::HTTPResponse { return {.file = file}; });
+  scene_.serve(platform::URL::parse(imageURL)->host(),
+               [file](const auto&) { return rehearsal::HTTPResponse{.file = file}; });
 }
 
 std::vector<std::string> AgentScene::curl(const std::string& url, const std::filesystem::path& file) const {
-  const auto sysroot = scene_->mac().sysroot();
+  const auto sysroot = scene_.mac().sysroot();
   std::vector<std::string> words{"curl", "-sS", "--fail", "--cacert", sysroot / "etc/ssl/cert.pem", "-o", file, url};
   std::istringstream connections(rehearsal::readFile(sysroot / "etc/connect-to"));
   for (std::string line; std::getline(connections, line);) words.insert(words.end(), {"--connect-to", line});
@@ -47,21 +52,37 @@ std::vector<std::string> AgentScene::curl(const std::string& url, const std::fil
 }
 
 void AgentScene::play(const std::string& lastRecord) {
-  scene_->startAgent();
-  scene_->reach({lastRecord});
-  scene_->quitAgent();
+  scene_.startAgent();
+  scene_.reach({lastRecord});
+  scene_.quitAgent();
 }
 
 double AgentScene::secondsBetween(const std::string& begin, const std::string& end) const {
-  rehearsal::LogFollower log(scene_->mac().systemLog());
+  rehearsal::LogFollower log(scene_.mac().systemLog());
   double first = 0;
   double last = 0;
   while (const auto entry = log.next(std::chrono::steady_clock::now())) {
-    if (entry->message.starts_with(begin)) first = timeOfDay(entry->timestamp);
-    if (entry->message.starts_with(end)) last = timeOfDay(entry->timestamp);
+    if (entry->message == begin) first = timeOfDay(entry->timestamp);
+    if (entry->message == end) last = timeOfDay(entry->timestamp);
   }
   constexpr double day = 86400;
   return last < first ? last + day - first : last - first;
+}
+
+void AgentScene::hurry() {
+  std::filesystem::copy_file(plan_.hurriedAgent, scene_.agentExecutable(),
+                             std::filesystem::copy_options::overwrite_existing);
+  scene_.startAgent();
+  scene_.reach({"Validation succeeded with no updates"});
+}
+
+void AgentScene::check(int times, const std::string& lastRecord) {
+  sigqueue(scene_.agentProcessIdentifier(), SIGUSR1, {.sival_int = times});
+  for (int i = 0; i < times; ++i) scene_.reach({lastRecord});
+}
+
+void AgentScene::settle() const {
+  std::this_thread::sleep_for(plan_.isShrunk ? std::chrono::seconds(1) : settlingTime);
 }
 
 }  // namespace benchmarks

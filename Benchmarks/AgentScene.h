@@ -4,26 +4,32 @@
 #include "Rehearsal/Scene.h"
 
 #include <atomic>
-#include <memory>
 
 namespace benchmarks {
 
-/// The installed agent on a stand-in Mac, with a server for its list and one for its records.
+inline constexpr const char* listHost = "download.corvane.example";
+inline constexpr const char* logHost = "log.corvane.example";
+inline constexpr const char* imageURL = "https://images.corvane.example/Orvik.dmg";
+
+/// A list that asks nothing, and one that asks to install the image where one of these versions is.
+inline constexpr const char* emptyList = R"({"version":"1","updates":[]})";
+std::string installList(const std::string& versions);
+
+/// After so long an agent that has nothing to do has closed its connections and ended the threads behind them.
+inline constexpr std::chrono::seconds settlingTime{20};
+
+/// The installed agent on a stand-in Mac, with servers for its list and its records that count.
 class AgentScene {
  public:
   AgentScene(const Plan& plan, std::string list);
 
-  [[nodiscard]] rehearsal::Scene& scene() { return *scene_; }
-  [[nodiscard]] std::filesystem::path temporaryDirectory() const { return scene_->mac().temporaryDirectory(); }
-  [[nodiscard]] std::size_t listRequests() const { return listRequests_; }
-  [[nodiscard]] std::size_t records() const { return records_; }
-  /// When the last list request came.
-  [[nodiscard]] std::chrono::steady_clock::time_point lastListRequest() const { return lastListRequest_.load(); }
+  [[nodiscard]] rehearsal::Scene& scene() { return scene_; }
+  [[nodiscard]] std::filesystem::path temporaryDirectory() const { return scene_.mac().temporaryDirectory(); }
   void setList(std::string list) { list_ = std::move(list); }
-
-  /// Serves a file for every path of the image host.
+  /// Serves a file for the image's URL.
   void serveImage(const std::filesystem::path& file);
-  /// Where the image host's server really is: what makes curl ask it for its image, into `file`.
+
+  /// The command line by which curl asks the same servers.
   [[nodiscard]] std::vector<std::string> curl(const std::string& url, const std::filesystem::path& file) const;
 
   /// Starts the agent, waits for a record and ends the agent.
@@ -31,22 +37,25 @@ class AgentScene {
   /// Seconds between two records, each the last with its message.
   [[nodiscard]] double secondsBetween(const std::string& begin, const std::string& end) const;
 
+  /// Starts the hurried agent (HurriedAgent.cpp) instead of the agent.
+  void hurry();
+  /// Makes it check the list so many times, each of which ends with this record.
+  void check(int times, const std::string& lastRecord);
+  /// Waits until nothing is under way any more.
+  void settle() const;
+
+  [[nodiscard]] std::size_t listRequests() const { return listRequests_; }
+  [[nodiscard]] std::size_t records() const { return records_; }
+  [[nodiscard]] std::chrono::steady_clock::time_point lastListRequest() const { return lastListRequest_.load(); }
+
  private:
+  Plan plan_;
   rehearsal::Transcript transcript_;
   std::string list_;
   std::atomic<std::size_t> listRequests_ = 0;
   std::atomic<std::size_t> records_ = 0;
-  std::atomic<std::chrono::steady_clock::time_point> lastListRequest_{};
-  std::unique_ptr<rehearsal::Scene> scene_;
+  std::atomic<std::chrono::steady_clock::time_point> lastListRequest_;
+  rehearsal::Scene scene_;
 };
-
-constexpr const char* listHost = "download.corvane.example";
-constexpr const char* logHost = "log.corvane.example";
-constexpr const char* imageHost = "images.corvane.example";
-constexpr const char* imageURL = "https://images.corvane.example/Orvik.dmg";
-
-/// A list that asks nothing, and one that asks an application of these versions to be installed anew.
-inline constexpr const char* emptyList = R"({"version":"1","updates":[]})";
-std::string installList(const std::string& versions);
 
 }  // namespace benchmarks

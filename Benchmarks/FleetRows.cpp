@@ -1,110 +1,139 @@
-#include "Benchmarks/HurriedScene.h"
-#include "Benchmarks/Relay.h"
+#include "Benchmarks/AgentScene.h"
 #include "Benchmarks/Rows.h"
 #include "Rehearsal/Maker.h"
 
-#include <sstream>
+#include <deque>
+#include <thread>
+#include <vector>
 
+#include <asio.hpp>
 #include <fmt/format.h>
+#include <sys/socket.h>
 
 namespace benchmarks {
 namespace {
 
-constexpr double agents = 10e6;
-constexpr int checksADay = 6;
+using asio::ip::tcp;
 
-/// What one host had to do for one agent.
-struct Load {
-  double requests = 0;
-  double connections = 0;
-  double bytes = 0;
+/// Stands before the server of a host and counts what passes: TLS records with all that belongs to them, without the
+/// headers of TCP and IP.
+class Relay {
+ public:
+  Relay(const rehearsal::Scene& scene, const std::string& host)
+      : acceptor_(io_, {asio::ip::address_v4::loopback(), 0}) {
+    const auto file = scene.mac().sysroot() / "etc/connect-to";
+    const std::string lines = rehearsal::readFile(file);
+    const std::string entry = host + ":443:127.0.0.1:";
+    const auto port = static_cast<std::uint16_t>(std::stoul(lines.substr(lines.find(entry) + entry.size())));
+    rehearsal::writeFile(file, fmt::format("{}{}\n{}", entry, acceptor_.local_endpoint().port(), lines));
+    accepting_ = std::jthread([this, port] { accept({asio::ip::address_v4::loopback(), port}); });
+  }
+  Relay(const Relay&) = delete;
+  Relay& operator=(const Relay&) = delete;
+  ~Relay() {
+    shutdown(acceptor_.native_handle(), SHUT_RDWR);
+    accepting_.join();
+    for (tcp::socket& socket : sockets_) shutdown(socket.native_handle(), SHUT_RDWR);
+  }
 
-  Load operator+(const Load& other) const {
-    return {requests + other.requests, connections + other.connections, bytes + other.bytes};
+  [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
+
+ private:
+  void accept(const tcp::endpoint& server) {
+    while (true) {
+      std::error_code end;
+      tcp::socket& client = sockets_.emplace_back(io_);
+      tcp::socket& upstream = sockets_.emplace_back(io_);
+      acceptor_.accept(client, end);
+      if (!end) upstream.connect(server, end);
+      if (end) return;
+      pumps_.emplace_back([&] { pump(client, upstream); });
+      pumps_.emplace_back([&] { pump(upstream, client); });
+    }
   }
-  Load operator-(const Load& other) const {
-    return {requests - other.requests, connections - other.connections, bytes - other.bytes};
+
+  void pump(tcp::socket& from, tcp::socket& to) {
+    std::vector<char> buffer(std::size_t{64} << 10U);
+    std::error_code end;
+    while (!end) {
+      const std::size_t count = from.read_some(asio::buffer(buffer), end);
+      bytes_ += count;
+      if (!end) asio::write(to, asio::buffer(buffer, count), end);
+    }
+    shutdown(to.native_handle(), SHUT_WR);
   }
-  Load operator*(double factor) const { return {requests * factor, connections * factor, bytes * factor}; }
+
+  asio::io_context io_;
+  tcp::acceptor acceptor_;
+  std::atomic<std::uint64_t> bytes_ = 0;
+  std::deque<tcp::socket> sockets_;
+  std::vector<std::jthread> pumps_;
+  std::jthread accepting_;
 };
 
-/// What all hosts had to do.
+/// What one host had to do.
+struct Load {
+  double requests = 0;
+  double bytes = 0;
+};
+Load operator+(const Load& a, const Load& b) {
+  return {a.requests + b.requests, a.bytes + b.bytes};
+}
+Load operator*(double factor, const Load& load) {
+  return {factor * load.requests, factor * load.bytes};
+}
+
+/// What the hosts that every agent asks had to do.
 struct Loads {
   Load list;
   Load collector;
 };
-
-/// Puts a relay before the server of a host.
-std::unique_ptr<Relay> relayTo(const rehearsal::Scene& scene, const std::string& host) {
-  const auto file = scene.mac().sysroot() / "etc/connect-to";
-  const std::string connections = rehearsal::readFile(file);
-  const std::string entry = host + ":443:127.0.0.1:";
-  const auto port = static_cast<std::uint16_t>(std::stoul(connections.substr(connections.find(entry) + entry.size())));
-  auto relay = std::make_unique<Relay>(port);
-  rehearsal::writeFile(file, fmt::format("{}{}\n{}", entry, relay->port(), connections));
-  return relay;
+Loads operator+(const Loads& a, const Loads& b) {
+  return {a.list + b.list, a.collector + b.collector};
+}
+Loads operator*(double factor, const Loads& loads) {
+  return {factor * loads.list, factor * loads.collector};
 }
 
-void addLoad(Table& table, const std::string& when, const std::string& host, const Load& load) {
+void add(Table& table, const std::string& when, const Loads& day) {
+  constexpr double agents = 10e6;
   constexpr double secondsADay = 86400;
-  table.note(fmt::format("{}, {}: an agent", when, host),
-             fmt::format("{:.0f} requests on {:.0f} connections, {}", load.requests, load.connections,
-                         size(static_cast<std::uint64_t>(load.bytes))));
-  table.note(fmt::format("{}, {}: ten million agents", when, host),
-             fmt::format("{:.0f} requests a second, {}", load.requests * agents / secondsADay,
-                         size(static_cast<std::uint64_t>(load.bytes * agents))));
+  const auto ofOne = [](const Load& load) { return fmt::format("{} requests, {}", load.requests, size(load.bytes)); };
+  const auto ofAll = [](const Load& load) {
+    return fmt::format("{:.0f} requests a second, {} a day", agents * load.requests / secondsADay,
+                       size(agents * load.bytes));
+  };
+  table.note(fmt::format("{}: an agent", when),
+             fmt::format("list: {}; records: {}", ofOne(day.list), ofOne(day.collector)));
+  table.note(fmt::format("{}: ten million agents", when),
+             fmt::format("list: {}; records: {}", ofAll(day.list), ofAll(day.collector)));
 }
-
-/// A hurried agent whose connections to the hosts that every agent asks pass by relays.
-class MeteredScene {
- public:
-  explicit MeteredScene(const Plan& plan)
-      : on_(plan, emptyList, [this, &plan](AgentScene& scene) {
-          list_ = relayTo(scene.scene(), listHost);
-          collector_ = relayTo(scene.scene(), logHost);
-          scene.serveImage(rehearsal::Maker(scene.scene(), plan.prefix / "Orvik.app").pack({.version = "1.80.0"}));
-        }) {
-    on_.settled();
-  }
-
-  [[nodiscard]] AgentScene& on() { return on_.on(); }
-
-  /// What one check costs that finds no connection open.
-  Loads check(const std::string& lastRecord) {
-    const Loads before = soFar();
-    on_.check(1, lastRecord);
-    on_.settled();
-    const Loads after = soFar();
-    return {.list = after.list - before.list, .collector = after.collector - before.collector};
-  }
-  Loads soFar() {
-    const auto load = [](std::size_t requests, const Relay& relay) -> Load {
-      return {static_cast<double>(requests), static_cast<double>(relay.connections()),
-              static_cast<double>(relay.bytes())};
-    };
-    return {.list = load(on().listRequests(), *list_), .collector = load(on().records(), *collector_)};
-  }
-
- private:
-  std::unique_ptr<Relay> list_;
-  std::unique_ptr<Relay> collector_;
-  HurriedScene on_;
-};
 
 }  // namespace
 
 void fleetRows(const Plan& plan, Table& table) {
-  MeteredScene metered(plan);
-  const Loads launch = metered.soFar();
-  const Loads quiet = metered.check("Validation succeeded with no updates");
-  metered.on().setList(installList("1.79"));
-  const Loads install = metered.check("Cleaning up");
-  addLoad(table, "a day without an action", "list", quiet.list * checksADay);
-  addLoad(table, "a day without an action", "log collector", quiet.collector * checksADay);
-  addLoad(table, "a day with an install", "list", quiet.list * (checksADay - 1) + install.list);
-  addLoad(table, "a day with an install", "log collector", quiet.collector * (checksADay - 1) + install.collector);
-  addLoad(table, "a launch with its check", "list", launch.list);
-  addLoad(table, "a launch with its check", "log collector", launch.collector);
+  AgentScene on(plan, emptyList);
+  const Relay list(on.scene(), listHost);
+  const Relay collector(on.scene(), logHost);
+  on.serveImage(rehearsal::Maker(on.scene(), plan.prefix / "Orvik.app").pack({}));
+  const auto soFar = [&] {
+    on.settle();
+    const auto load = [](std::size_t requests, const Relay& relay) {
+      return Load{static_cast<double>(requests), static_cast<double>(relay.bytes())};
+    };
+    return Loads{load(on.listRequests(), list), load(on.records(), collector)};
+  };
+  on.hurry();
+  const Loads launch = soFar();
+  on.check(1, "Validation succeeded with no updates");
+  const Loads quiet = soFar() + (-1 * launch);
+  on.setList(installList("1.79"));
+  on.check(1, "Cleaning up");
+  const Loads install = soFar() + (-1 * (launch + quiet));
+  constexpr int checksADay = 6;
+  add(table, "a day without an action", checksADay * quiet);
+  add(table, "a day with an install, its image not counted", ((checksADay - 1) * quiet) + install);
+  add(table, "a launch with its check", launch);
 }
 
 }  // namespace benchmarks

@@ -15,10 +15,10 @@ namespace benchmarks {
 namespace {
 
 /// The number behind "Name:" in a file of /proc; 0 without one.
-std::uint64_t field(const std::string& text, const std::string& name) {
+double field(const std::string& text, const std::string& name) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with(name + ":")) return std::stoull(line.substr(name.size() + 1));
+    if (line.starts_with(name + ":")) return std::stod(line.substr(name.size() + 1));
   }
   return 0;
 }
@@ -27,24 +27,21 @@ std::string procFile(pid_t process, const char* name) {
   return rehearsal::readFile(fmt::format("/proc/{}/{}", process, name));
 }
 
-constexpr std::uint64_t kibibyte = 1024;
-
 }  // namespace
 
 Footprint footprintOf(pid_t process) {
+  constexpr double kibibyte = 1024;
   const std::string memory = procFile(process, "smaps_rollup");
+  const std::string status = procFile(process, "status");
   Footprint footprint{.resident = field(memory, "Rss") * kibibyte,
+                      .mostResident = field(status, "VmHWM") * kibibyte,
                       .proportional = field(memory, "Pss") * kibibyte,
                       .privateDirty = field(memory, "Private_Dirty") * kibibyte,
-                      .threads = field(procFile(process, "status"), "Threads")};
+                      .threads = field(status, "Threads")};
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(fmt::format("/proc/{}/fd", process))) {
     ++footprint.descriptors;
   }
   return footprint;
-}
-
-std::uint64_t peakOf(pid_t process) {
-  return field(procFile(process, "status"), "VmHWM") * kibibyte;
 }
 
 double processorTimeOf(pid_t process) {
@@ -54,7 +51,7 @@ double processorTimeOf(pid_t process) {
   return static_cast<double>(time.tv_sec) + (static_cast<double>(time.tv_nsec) / 1e9);
 }
 
-ContextSwitches::ContextSwitches(pid_t process) : descriptor_(-1) {
+ContextSwitches::ContextSwitches(pid_t process) {
   perf_event_attr event{};
   event.type = PERF_TYPE_SOFTWARE;
   event.size = sizeof event;

@@ -7,18 +7,16 @@
 
 namespace benchmarks {
 
-/// What a process holds right now. Memory in bytes, as /proc/PID/smaps_rollup has it.
+/// What a process holds right now. Memory in bytes, as /proc has it.
 struct Footprint {
-  std::uint64_t resident = 0;
-  std::uint64_t proportional = 0;
-  std::uint64_t privateDirty = 0;
-  std::uint64_t threads = 0;
-  std::uint64_t descriptors = 0;
+  double resident = 0;
+  double mostResident = 0;  // so far
+  double proportional = 0;
+  double privateDirty = 0;
+  double threads = 0;
+  double descriptors = 0;
 };
 Footprint footprintOf(pid_t process);
-
-/// The most memory it ever had resident, in bytes.
-std::uint64_t peakOf(pid_t process);
 
 /// Seconds on a processor so far, those of threads that have ended included.
 double processorTimeOf(pid_t process);
@@ -36,7 +34,7 @@ class ContextSwitches {
   [[nodiscard]] std::optional<std::uint64_t> count() const;
 
  private:
-  int descriptor_;
+  int descriptor_ = -1;
 };
 
 }  // namespace benchmarks

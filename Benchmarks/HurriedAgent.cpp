@@ -30,50 +30,63 @@ class AwaitedTasks final : public platform::BackgroundTasks {
   std::vector<std::jthread> threads_;
 };
 
-constexpr platform::TimeInterval checkInterval = 14400;
+/// The machine's facilities, but for those that wait.
+class HurriedMac {
+ public:
+  explicit HurriedMac(const platform::Facilities& real)
+      : facilities_{.clock = clock_,
+                    .mainRunLoop = runLoop_,
+                    .backgroundTasks = tasks_,
+                    .serialQueues = real.serialQueues,
+                    .mainBundle = real.mainBundle,
+                    .processInfo = real.processInfo,
+                    .userDefaults = real.userDefaults,
+                    .fileManager = real.fileManager,
+                    .searchPaths = real.searchPaths,
+                    .urlContents = real.urlContents,
+                    .urlSessions = real.urlSessions,
+                    .workspace = real.workspace,
+                    .childProcesses = real.childProcesses,
+                    .codeSecurity = real.codeSecurity,
+                    .serviceManagement = real.serviceManagement,
+                    .distributedNotificationCenter = real.distributedNotificationCenter,
+                    .processExit = real.processExit,
+                    .systemLog = real.systemLog} {}
+
+  [[nodiscard]] const platform::Facilities& facilities() const { return facilities_; }
+
+  /// Lets time pass and waits for all that is done then.
+  void pass(platform::TimeInterval seconds) {
+    clock_.advance(seconds);
+    runLoop_.runOnce();
+    tasks_.wait();
+  }
+
+ private:
+  HurriedClock clock_;
+  platform::RunLoop runLoop_{clock_};
+  AwaitedTasks tasks_;
+  platform::Facilities facilities_;
+};
 
 }  // namespace
 
 /// The agent with all that belongs to it, but for the clock: each time four hours pass at once, and all that becomes
 /// due is done. SIGUSR1 brings in its value how many times.
 int main() {
+  constexpr platform::TimeInterval checkInterval = 14400;
   sigset_t order;
   sigemptyset(&order);
   sigaddset(&order, SIGUSR1);
-  sigprocmask(SIG_BLOCK, &order, nullptr);
+  pthread_sigmask(SIG_BLOCK, &order, nullptr);
   const auto host = platform::makeHost();
-  const platform::Facilities& real = host->facilities();
-  HurriedClock clock;
-  platform::RunLoop runLoop(clock);
-  AwaitedTasks tasks;
-  const platform::Facilities hurried{.clock = clock,
-                                     .mainRunLoop = runLoop,
-                                     .backgroundTasks = tasks,
-                                     .serialQueues = real.serialQueues,
-                                     .mainBundle = real.mainBundle,
-                                     .processInfo = real.processInfo,
-                                     .userDefaults = real.userDefaults,
-                                     .fileManager = real.fileManager,
-                                     .searchPaths = real.searchPaths,
-                                     .urlContents = real.urlContents,
-                                     .urlSessions = real.urlSessions,
-                                     .workspace = real.workspace,
-                                     .childProcesses = real.childProcesses,
-                                     .codeSecurity = real.codeSecurity,
-                                     .serviceManagement = real.serviceManagement,
-                                     .distributedNotificationCenter = real.distributedNotificationCenter,
-                                     .processExit = real.processExit,
-                                     .systemLog = real.systemLog};
-  corvane::AppDelegate delegate(hurried);
+  HurriedMac mac(host->facilities());
+  corvane::AppDelegate delegate(mac.facilities());
   delegate.applicationDidFinishLaunching();
-  tasks.wait();
-  while (true) {
-    siginfo_t ordered{};
-    if (sigwaitinfo(&order, &ordered) < 0) continue;
-    for (int i = 0; i < ordered.si_value.sival_int; ++i) {
-      clock.advance(checkInterval);
-      runLoop.runOnce();
-      tasks.wait();
-    }
+  mac.pass(0);
+  siginfo_t ordered{};
+  while (sigwaitinfo(&order, &ordered) >= 0) {
+    for (int i = 0; i < ordered.si_value.sival_int; ++i) mac.pass(checkInterval);
   }
+  return 1;
 }

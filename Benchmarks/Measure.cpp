@@ -3,7 +3,7 @@
 #include "Posix/ArgumentVector.h"
 
 #include <algorithm>
-#include <array>
+#include <cmath>
 #include <fstream>
 #include <limits>
 #include <random>
@@ -19,7 +19,7 @@ namespace {
 
 std::string scaled(double figure, double step, const std::vector<const char*>& units) {
   std::size_t unit = 0;
-  while (unit + 1 < units.size() && figure >= step) {
+  while (unit + 1 < units.size() && std::abs(figure) >= step) {
     figure /= step;
     ++unit;
   }
@@ -69,8 +69,12 @@ std::string duration(double seconds) {
   return scaled(seconds * 1e9, 1000, {"ns", "µs", "ms", "s"});
 }
 
-std::string size(std::uint64_t bytes) {
-  return scaled(static_cast<double>(bytes), 1000, {"B", "kB", "MB", "GB", "TB", "PB"});
+std::string size(double bytes) {
+  return scaled(bytes, 1000, {"B", "kB", "MB", "GB", "TB", "PB"});
+}
+
+std::string plain(double figure) {
+  return fmt::format("{:.3g}", figure);
 }
 
 Table::Table(std::FILE* file, bool hasMarks) : file_(file), hasMarks_(hasMarks) {
@@ -78,14 +82,14 @@ Table::Table(std::FILE* file, bool hasMarks) : file_(file), hasMarks_(hasMarks) 
   row("---", "---", "---", "---", "---", true);
 }
 
-void Table::compare(const std::string& what, const std::string& reference, const Times& times, double mark) {
-  row(what, duration(times.subject), fmt::format("{} {}", reference, duration(times.reference)),
+void Table::compare(const std::string& what, const std::string& reference, const Times& times, double mark,
+                    std::string (*shown)(double)) {
+  row(what, shown(times.subject), fmt::format("{}: {}", reference, shown(times.reference)),
       fmt::format("{:.2f}", times.ratio()), fmt::format("≤ {}", mark), times.ratio() <= mark);
 }
 
-void Table::limit(const std::string& what, const std::string& shown, double figure, const std::string& limitShown,
-                  double limit) {
-  row(what, shown, "", "", "≤ " + limitShown, figure <= limit);
+void Table::limit(const std::string& what, double figure, double mark, std::string (*shown)(double)) {
+  row(what, shown(figure), "", "", "≤ " + shown(mark), figure <= mark);
 }
 
 void Table::note(const std::string& what, const std::string& shown) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -21,7 +20,7 @@ struct Plan {
   [[nodiscard]] int times(int count) const { return isShrunk ? 1 : count; }
 };
 
-/// The best times of a subject and of its reference, in seconds.
+/// The best times of a subject and of its reference, in seconds; or another figure of both.
 struct Times {
   double subject;
   double reference;
@@ -43,7 +42,9 @@ double timed(const std::function<void()>& function);
 /// "1.23 ms".
 std::string duration(double seconds);
 /// "1.23 MB", of 10^6 bytes.
-std::string size(std::uint64_t bytes);
+std::string size(double bytes);
+/// "1.23".
+std::string plain(double figure);
 
 /// The lines of the one table that a run prints, each shown when it is added.
 class Table {
@@ -51,11 +52,11 @@ class Table {
   /// The file is used while the table lives.
   Table(std::FILE* file, bool hasMarks);
 
-  /// A time against the reference's time.
-  void compare(const std::string& what, const std::string& reference, const Times& times, double mark);
-  /// A figure that has a limit of its own. `shown` is the figure in its unit, `limit` the mark's.
-  void limit(const std::string& what, const std::string& shown, double figure, const std::string& limitShown,
-             double limit);
+  /// A figure against the reference's; the mark is on the ratio.
+  void compare(const std::string& what, const std::string& reference, const Times& times, double mark,
+               std::string (*shown)(double) = duration);
+  /// A figure that has a mark of its own.
+  void limit(const std::string& what, double figure, double mark, std::string (*shown)(double) = plain);
   /// A figure without a mark.
   void note(const std::string& what, const std::string& shown);
 

@@ -114,13 +114,24 @@ TEST_F(DataTasks, AreUnderWayByTheHandful) {
 TEST(SerialQueue, RunsInOrderAndNotWhileSuspended) {
   const auto queue = platform::posix::ThreadSerialQueues().serialQueue("test.Queue");
   std::vector<int> ran;  // by the queue alone
+  std::promise<void> half;
   std::promise<void> done;
   queue->resume();  // before the suspend() it belongs to
   queue->suspend();
   queue->suspend();
-  for (int i = 0; i < 1000; ++i) queue->async([&ran, i] { ran.push_back(i); });
+  for (int i = 0; i < 1000; ++i) {
+    queue->async([&, i] {
+      ran.push_back(i);
+      if (i != 499) return;
+      queue->suspend();
+      half.set_value();
+    });
+  }
   EXPECT_TRUE(ran.empty());
+  queue->resume();
+  half.get_future().wait();
   queue->async([&] { done.set_value(); });
+  EXPECT_EQ(ran.size(), 500U) << "suspended from within";
   queue->resume();
   done.get_future().wait();
   ASSERT_EQ(ran.size(), 1000U);

@@ -20,6 +20,7 @@
 #include <csignal>
 
 #include <curl/curl.h>
+#include <malloc.h>
 
 namespace platform {
 namespace {
@@ -90,6 +91,8 @@ std::unique_ptr<Host> makeHost() {
   std::signal(SIGPIPE, SIG_IGN);
   // Whoever started this process may have ignored it, and then no child's status could be had.
   std::signal(SIGCHLD, SIG_DFL);
+  // One heap for all threads: they are few, and each heap of their own would keep what was freed in it.
+  mallopt(M_ARENA_MAX, 1);  // NOLINT(concurrency-mt-unsafe): there is no other thread yet
   curl_global_init(CURL_GLOBAL_DEFAULT);
   return std::make_unique<PosixHost>();
 }

@@ -2,6 +2,7 @@
 
 #include "Posix/ThreadTasks.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -36,10 +37,11 @@ class QueueState : public std::enable_shared_from_this<QueueState> {
  private:
   enum class Worker { none, running, waiting };
 
-  [[nodiscard]] bool hasWork() const { return !actions_.empty() && suspensions_ <= 0; }
+  /// Not while the worker runs actions: `taken_` is its own then.
+  [[nodiscard]] bool hasWork() const { return !(actions_.empty() && taken_.empty()) && suspensions_ <= 0; }
 
   void runIfPossible(std::unique_lock<std::mutex> lock) {
-    if (!hasWork() || worker_ == Worker::running) return;
+    if (worker_ == Worker::running || !hasWork()) return;
     const bool wasWaiting = worker_ == Worker::waiting;
     worker_ = Worker::running;
     lock.unlock();
@@ -61,13 +63,15 @@ class QueueState : public std::enable_shared_from_this<QueueState> {
     worker_ = Worker::none;
   }
 
+  /// Takes all there is at once: those who append to a busy queue seldom meet the worker at the lock.
   void runActions(std::unique_lock<std::mutex>& lock) {
     while (hasWork()) {
-      SerialQueue::Action action = std::move(actions_.front());
-      actions_.pop_front();
+      if (taken_.empty()) taken_.swap(actions_);
       lock.unlock();
-      action();
-      action = nullptr;  // what it holds goes before the next one begins, and not under the lock
+      while (!taken_.empty() && suspensions_ <= 0) {
+        taken_.front()();
+        taken_.pop_front();  // what it holds goes before the next one begins
+      }
       lock.lock();
     }
   }
@@ -76,7 +80,8 @@ class QueueState : public std::enable_shared_from_this<QueueState> {
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<SerialQueue::Action> actions_;
-  int suspensions_ = 0;
+  std::deque<SerialQueue::Action> taken_;  // the next to run, before actions_
+  std::atomic<int> suspensions_ = 0;       // written under the lock
   Worker worker_ = Worker::none;
 };
 
