@@ -3,6 +3,7 @@
 #include "Logging/EmergencyUpdateServiceLogExtra.h"
 #include "Logging/EmergencyUpdateServiceLogMessage.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -43,6 +44,8 @@ class EmergencyUpdateServiceLogSender {
   virtual ~EmergencyUpdateServiceLogSender() = default;
   virtual void setAgentID(const std::string& agentID) = 0;
   virtual void send(const LogRecord& record) = 0;
+  /// The lowest level of which it keeps records, always the same: what lies below need not be sent to it.
+  [[nodiscard]] virtual LogLevel minLogLevel() const { return LogLevel::trace; }
 };
 
 /// Drops everything: what the process starts with.
@@ -64,6 +67,11 @@ class EmergencyUpdateServiceCompositeLogSender final : public EmergencyUpdateSer
   }
   void send(const LogRecord& record) override {
     for (const auto& logger : loggers_) logger->send(record);
+  }
+  [[nodiscard]] LogLevel minLogLevel() const override {
+    LogLevel lowest = LogLevel::error;
+    for (const auto& logger : loggers_) lowest = std::min(lowest, logger->minLogLevel());
+    return lowest;
   }
 
  private:

@@ -63,6 +63,8 @@ EmergencyUpdateServiceLogSender& EmergencyUpdateServiceLogger::sharedSender() {
 
 std::shared_ptr<EmergencyUpdateServiceLogSender> EmergencyUpdateServiceLogger::setSharedSender(
     std::shared_ptr<EmergencyUpdateServiceLogSender> sender) {
+  // Readers may for a moment see one of the two without the other: the sender judges each record itself.
+  minLogLevel_.store(sender ? sender->minLogLevel() : LogLevel::trace, std::memory_order_relaxed);
   shared().current.store(sender.get(), std::memory_order_release);
   return std::exchange(shared().owner, std::move(sender));
 }

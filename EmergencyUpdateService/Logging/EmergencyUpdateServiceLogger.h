@@ -7,6 +7,7 @@
 #include "Platform/SystemLog.h"
 #include "Platform/URLSession.h"
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <source_location>
@@ -32,7 +33,8 @@ consteval CallSite at(const char* function, std::source_location location = std:
 
 /// The name under which a component logs, and the way to the one process-wide sender. A small value; copies are free.
 ///
-/// A call makes one record and passes it on unchanged: nothing is filtered here. One line a call:
+/// A call makes one record and passes it on unchanged. What is to be kept is for the sender to say; a record below all
+/// that it keeps ends here, at the price of one comparison. One line a call:
 ///   logger.info({"Download attempt {}/{}", attempt, "3"}, at("download(from:)"));
 /// Errors become error segments, hidden(value) a private one, every other value its text.
 class EmergencyUpdateServiceLogger {
@@ -70,6 +72,7 @@ class EmergencyUpdateServiceLogger {
   }
 
   void log(LogLevel level, const Message& message, CallSite site, Extra extra) const {
+    if (level < minLogLevel_.load(std::memory_order_relaxed)) return;
     sharedSender().send({.name = name_.rawValue,
                          .level = level,
                          .message = message,
@@ -102,6 +105,9 @@ class EmergencyUpdateServiceLogger {
                         const Facilities& facilities);
 
  private:
+  /// The shared sender's, kept here for the many calls whose records it does not want.
+  static inline std::atomic<LogLevel> minLogLevel_ = LogLevel::trace;
+
   Name name_;
 };
 

@@ -53,6 +53,7 @@ class EmergencyUpdateServiceNimbetLogSender final
 
   void setAgentID(const std::string& agentID) override;
   void send(const LogRecord& record) override;
+  [[nodiscard]] LogLevel minLogLevel() const override { return configuration_.minLogLevel; }
 
  private:
   /// A record while it waits.

@@ -15,6 +15,7 @@ class EmergencyUpdateServicePrintLogSender final : public EmergencyUpdateService
 
   void setAgentID(const std::string& /*agentID*/) override {}
   void send(const LogRecord& record) override;
+  [[nodiscard]] LogLevel minLogLevel() const override { return minLogLevel_; }
 
  private:
   platform::SystemLog& systemLog_;
