@@ -2,6 +2,7 @@
 
 #include "Platform/UTF8.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 
@@ -12,7 +13,8 @@ constexpr std::size_t trailerBytes = 32;
 
 class BinaryReader {
  public:
-  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+  explicit BinaryReader(std::string_view bytes)
+      : bytes_(bytes), valueLimit_(std::min(PropertyList::maximumValues, bytes.size())) {}
 
   std::optional<PropertyList> read() {
     if (bytes_.size() < trailerBytes + 8 || !bytes_.starts_with("bplist00")) return std::nullopt;
@@ -50,7 +52,7 @@ class BinaryReader {
 
   std::optional<PropertyList> object(std::uint64_t index, std::size_t depth) {
     if (index >= objectCount_ || depth > PropertyList::maximumDepth) return std::nullopt;
-    if (++values_ > PropertyList::maximumValues) return std::nullopt;
+    if (++values_ > valueLimit_) return std::nullopt;
     const std::uint64_t at = integerAt(offsetTable_ + (index * offsetBytes_), offsetBytes_);
     if (!fits(at, 1, 1)) return std::nullopt;
     const std::uint8_t marker = byteAt(at);
@@ -64,7 +66,8 @@ class BinaryReader {
       case 0x3:
         return real(at + 1, marker);
       case 0x8:
-        if (!fits(at + 1, low + 1U, 1) || low > 7) return std::nullopt;
+        // In XML it is nested once more.
+        if (!fits(at + 1, low + 1U, 1) || low > 7 || depth == PropertyList::maximumDepth) return std::nullopt;
         return PropertyList(PropertyList::UID{integerAt(at + 1, low + 1U)});
       default:
         return sized(at, marker, depth);
@@ -158,6 +161,7 @@ class BinaryReader {
   }
 
   std::string_view bytes_;
+  std::size_t valueLimit_;  // writers share no containers, so that each value takes a reference of its own
   std::size_t offsetBytes_ = 0;
   std::size_t referenceBytes_ = 0;
   std::uint64_t objectCount_ = 0;

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <compare>
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <ranges>
 #include <vector>
 
 namespace platform {
@@ -45,11 +45,10 @@ std::string sized(unsigned kind, std::size_t count) {
 /// An object of the format without its place in the file: the references that follow its bytes are numbers of objects.
 struct Object {
   std::string bytes;
-  std::vector<std::size_t> references = {};
-  auto operator<=>(const Object&) const = default;
+  std::vector<std::size_t> references;
 };
 
-/// Gathers the objects, each once and after those it refers to.
+/// Gathers the objects, each after those it refers to.
 class BinaryWriter {
  public:
   std::string write(const PropertyList& root) {
@@ -59,10 +58,10 @@ class BinaryWriter {
     const unsigned referenceBytes = 1U << powerFor(last);
     std::vector<std::size_t> offsets;
     // Backwards, so that the root stands first.
-    for (auto object = objects_.rbegin(); object != objects_.rend(); ++object) {
+    for (const Object& object : objects_ | std::views::reverse) {
       offsets.push_back(bytes.size());
-      bytes += (*object)->bytes;
-      for (const std::size_t number : (*object)->references) appendInteger(bytes, last - number, referenceBytes);
+      bytes += object.bytes;
+      for (const std::size_t number : object.references) appendInteger(bytes, last - number, referenceBytes);
     }
     const std::size_t offsetTable = bytes.size();
     const unsigned offsetBytes = 1U << powerFor(offsets.back());
@@ -137,13 +136,17 @@ class BinaryWriter {
   std::size_t add(const PropertyList& value) { return number(value.visit(*this)); }
 
   std::size_t number(Object object) {
-    const auto [entry, isNew] = numbers_.emplace(std::move(object), objects_.size());
-    if (isNew) objects_.push_back(&entry->first);
-    return entry->second;
+    const bool isContainer = static_cast<unsigned char>(object.bytes.front()) >= 0xA0;
+    if (!isContainer) {
+      const auto [entry, isNew] = scalars_.emplace(object.bytes, objects_.size());
+      if (!isNew) return entry->second;
+    }
+    objects_.push_back(std::move(object));
+    return objects_.size() - 1;
   }
 
-  std::map<Object, std::size_t> numbers_;
-  std::vector<const Object*> objects_;
+  std::vector<Object> objects_;
+  std::map<std::string, std::size_t, std::less<>> scalars_;
 };
 
 }  // namespace

@@ -75,7 +75,7 @@ class URLSession {
   virtual std::shared_ptr<URLSessionTask> downloadTask(const URL& with, DownloadCompletion completionHandler) = 0;
 
   /// A task that exchanges a small body for another, over http or https only. Never waits for connectivity. A server
-  /// that drips does not hold it for ever: it has timed out after twice its time-out, bytes or not. All completions of
+  /// that drips does not hold it for ever: it has timed out after its time-out, bytes or not. All completions of
   /// a session's data tasks come one after the other on one thread, so they must be short.
   virtual std::shared_ptr<URLSessionTask> dataTask(const URLRequest& with, DataCompletion completionHandler) = 0;
 };

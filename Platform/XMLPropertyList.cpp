@@ -77,9 +77,9 @@ class XMLReader {
   /// A container that is not closed yet.
   struct Container {
     bool isDictionary = false;
-    PropertyList::Dictionary entries = {};
-    PropertyList::Array elements = {};
-    std::optional<std::string> key = {};
+    PropertyList::Dictionary entries;
+    PropertyList::Array elements;
+    std::optional<std::string> key;
   };
 
   static XMLReader& self(void* reader) { return *static_cast<XMLReader*>(reader); }
@@ -116,7 +116,7 @@ class XMLReader {
     if (*element == Element::dict || *element == Element::array) {
       open_.push_back({.isDictionary = *element == Element::dict});
     } else {
-      scalar_ = *element;
+      scalar_ = element;
       text_.clear();
     }
     return true;

@@ -29,9 +29,8 @@ std::string_view trimmed(std::string_view text) {
 template <class Number, class... Form>
 std::optional<Number> whole(std::string_view text, Form... form) {
   Number number{};
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number, form...);
-  return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+  const auto [stop, error] = std::from_chars(text.begin(), text.end(), number, form...);
+  return error == std::errc() && stop == text.end() ? std::optional(number) : std::nullopt;
 }
 
 bool removePrefix(std::string_view& text, char prefix) {

@@ -67,24 +67,18 @@ class XMLWriter {
   }
 
   void operator()(const PropertyList::Array& array) {
-    if (array.empty()) return line("<array/>");
-    line("<array>");
-    ++indentation_;
+    open("array", array.empty());
     for (const auto& value : array) value.visit(*this);
-    --indentation_;
-    line("</array>");
+    close("array", array.empty());
   }
 
   void operator()(const PropertyList::Dictionary& entries) {
-    if (entries.empty()) return line("<dict/>");
-    line("<dict>");
-    ++indentation_;
+    open("dict", entries.empty());
     for (const auto& [key, value] : entries) {
       element("key", escaped(key));
       value.visit(*this);
     }
-    --indentation_;
-    line("</dict>");
+    close("dict", entries.empty());
   }
 
  private:
@@ -92,6 +86,17 @@ class XMLWriter {
     text_.append(indentation_, '\t');
     text_ += text;
     text_ += '\n';
+  }
+
+  void open(std::string_view name, bool isEmpty) {
+    line(std::string("<").append(name).append(isEmpty ? "/>" : ">"));
+    if (!isEmpty) ++indentation_;
+  }
+
+  void close(std::string_view name, bool isEmpty) {
+    if (isEmpty) return;
+    --indentation_;
+    line(std::string("</").append(name).append(">"));
   }
 
   void element(std::string_view name, std::string_view contents) {

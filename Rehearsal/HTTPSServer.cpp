@@ -61,6 +61,7 @@ struct HTTPSServer::Implementation {
     const auto forward = [this](const httplib::Request& request, httplib::Response& response) {
       respond(handler, request, response);
     };
+    server.set_tcp_nodelay(true);  // or a body waits for the acknowledgement of its header
     server.Get(".*", forward);
     server.Post(".*", forward);
     port = server.bind_to_any_port("127.0.0.1");

@@ -38,6 +38,10 @@ fs::path Maker::pack(const Release& release) const {
   fs::create_directory_symlink("/Applications", volume / "Applications");
   if (release.hasApp) {
     const fs::path app = StandInMac::installApplication(orvik_, volume, release.version);
+    // A file that may not be written, under a name that an HFS+ volume gives back in other bytes.
+    const fs::path readMe = app / "Contents/Resources/Über Orvik.txt";
+    writeFile(readMe, "Orvik\n");
+    fs::permissions(readMe, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
     if (release.ballastBytes > 0) writeFile(app / "Contents/Resources/Ballast", incompressible(release.ballastBytes));
     if (release.signsApp) sign(app);
   }

@@ -22,7 +22,8 @@ class Maker {
     bool signsImage = true;
     std::size_t ballastBytes = 0;  // of a resource that does not compress
   };
-  /// Packs a new disk image with a volume that holds the application and a link to /Applications.
+  /// Packs a new disk image with a volume that holds the application, of which one resource is awkward (read-only, with
+  /// a name beyond ASCII), and a link to /Applications.
   [[nodiscard]] std::filesystem::path pack(const Release& release) const;
 
  private:

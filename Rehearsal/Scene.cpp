@@ -113,20 +113,29 @@ void Scene::handToOrdinaryUser() {
   belongsToOrdinaryUser_ = true;
 }
 
-ChildProgram Scene::start(const fs::path& executable, const std::vector<std::string>& arguments) const {
+Scene::Command Scene::command(const fs::path& executable, const std::vector<std::string>& arguments) const {
   std::vector<std::string> environment = mac_.environment();
   environment.emplace_back("PATH=/usr/bin:/bin");
-  if (!belongsToOrdinaryUser_) return {executable, arguments, environment, StandardOutput::discarded};
+  if (!belongsToOrdinaryUser_) return {executable, arguments, environment};
   const std::string user = std::to_string(ordinaryUser);
   std::vector<std::string> words{"--reuid", user, "--regid", user, "--clear-groups", executable.string()};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  return {"/usr/bin/setpriv", words, environment, StandardOutput::discarded};
+  return {"/usr/bin/setpriv", words, environment};
+}
+
+ChildProgram Scene::start(const fs::path& executable, const std::vector<std::string>& arguments) const {
+  const Command line = command(executable, arguments);
+  return {line.executable, line.arguments, line.environment, StandardOutput::discarded};
+}
+
+fs::path Scene::agentExecutable() const {
+  return agentBundle() / "Contents/MacOS/EmergencyUpdateService";
 }
 
 void Scene::startAgent() {
   transcript_.heading("The agent starts and checks the list");
   transcript_.columns();
-  agent_.emplace(start(agentBundle() / "Contents/MacOS/EmergencyUpdateService", {}));
+  agent_.emplace(start(agentExecutable(), {}));
 }
 
 std::optional<LogEntry> Scene::next(std::chrono::steady_clock::time_point deadline) {

@@ -67,9 +67,20 @@ class Scene {
   /// whatever the permissions say. Changes nothing when this process is no root.
   void handToOrdinaryUser();
 
+  /// How to start one of the Mac's programs as its user: the agent without arguments, for one.
+  struct Command {
+    std::filesystem::path executable;
+    std::vector<std::string> arguments;
+    std::vector<std::string> environment;
+  };
+  [[nodiscard]] Command command(const std::filesystem::path& executable,
+                                const std::vector<std::string>& arguments) const;
+  [[nodiscard]] std::filesystem::path agentExecutable() const;
+
   void startAgent();
   /// Shows the agent's records up to the first whose message is one of these, and returns that.
   LogEntry reach(const std::vector<std::string>& messages, std::chrono::seconds limit = usualLimit);
+  [[nodiscard]] pid_t agentProcessIdentifier() const { return agent_->processIdentifier(); }
   /// Asks the agent to quit, shows how it ends, and returns the records it left meanwhile.
   std::vector<LogEntry> quitAgent();
   /// The same for an agent that ends of its own accord.

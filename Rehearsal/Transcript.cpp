@@ -67,8 +67,10 @@ void Transcript::show(const std::stop_token& stop) {
   while (changed_.wait(lock, stop, [this] { return !lines_.empty(); })) {
     const Line line = lines_.front();
     lock.unlock();
-    fmt::print("{}\n", line());
-    std::fflush(stdout);
+    if (to_ != nullptr) {
+      fmt::print(to_, "{}\n", line());
+      std::fflush(to_);
+    }
     lock.lock();
     lines_.pop_front();
     changed_.notify_all();

@@ -4,6 +4,7 @@
 #include "Rehearsal/LogFollower.h"
 
 #include <condition_variable>
+#include <cstdio>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -12,12 +13,13 @@
 
 namespace rehearsal {
 
-/// What a rehearsal shows: one line an event, on standard output, in the order in which the events were told. A record
-/// is shown with a mark that says whether the log collector received it; a thread of the transcript's own waits for
-/// that, so that the rehearsal does not. Any thread.
+/// What a rehearsal shows: one line an event, in the order in which the events were told. A record is shown with a mark
+/// that says whether the log collector received it; a thread of the transcript's own waits for that, so that the
+/// rehearsal does not. Any thread.
 class Transcript {
  public:
-  Transcript() = default;
+  /// Shown on a stream that outlives this; null shows nothing.
+  explicit Transcript(std::FILE* to = stdout) : to_(to) {}
   Transcript(const Transcript&) = delete;
   Transcript& operator=(const Transcript&) = delete;
   ~Transcript();
@@ -40,6 +42,7 @@ class Transcript {
   void tell(Line line);
   void show(const std::stop_token& stop);
 
+  std::FILE* to_;
   std::mutex mutex_;
   std::condition_variable_any changed_;
   std::deque<Line> lines_;  // the first may be being shown

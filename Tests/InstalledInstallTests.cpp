@@ -63,6 +63,8 @@ TEST_P(InstalledInstall, EndsAsItShould) {
   EXPECT_EQ(installedVersion(scene), ending.installedVersion);
   EXPECT_EQ(scene.runningOrvik(), std::nullopt) << "it did not run before";
   EXPECT_TRUE(fs::is_empty(scene.mac().sysroot() / "Volumes")) << "still mounted";
+  const std::string log = rehearsal::readFile(scene.mac().systemLog());
+  EXPECT_EQ(log.contains(R"("messageType":"Fault")"), ending.name != std::string("Completed")) << log;
   chmod((scene.mac().sysroot() / "Applications").c_str(), 0755);
 }
 

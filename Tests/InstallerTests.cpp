@@ -1,5 +1,6 @@
 #include "Installer/EmergencyUpdateInstaller.h"
 #include "Support/RecordingLogSender.h"
+#include "Support/Saboteur.h"
 #include "Support/World.h"
 
 #include <filesystem>
@@ -201,6 +202,39 @@ TEST(InstallStops, AtTheFirstStageThatFails) {
       EXPECT_THAT(words.back(), testing::Not(testing::HasSubstr("/usr/bin/open")));
     EXPECT_TRUE(fs::is_empty(at.mac.sysroot() / "Volumes")) << "still mounted: " << row.lastRecords.back();
   }
+}
+
+TEST(InstallStops, TrulyWhateverCallOnFilesFails) {
+  struct Fixture : Install {
+    void TestBody() override {}
+    using Install::installedInfoPlist;
+  };
+  fakes::failEachCall(1, [](fakes::Saboteur& saboteur) {
+    Fixture at;
+    const auto unhindered = [&](auto what) {
+      return [&saboteur, what](const auto& about) {
+        saboteur.rests = true;
+        auto result = what(about);
+        saboteur.rests = false;
+        return result;
+      };
+    };
+    at.downloads.answer = unhindered(at.downloads.answer);
+    at.childProcesses.behaviour = unhindered(at.childProcesses.behaviour);
+    saboteur.watch([&] { at.launch(); }, fakes::Saboteur::Lookups::spared);
+    const std::vector<std::string> all = at.records();
+    const auto has = [&](const char* record) { return std::ranges::find(all, record) != all.end(); };
+    const bool hasCompleted = has("Installation completed");
+    const auto stops =
+        std::ranges::count_if(all, [](const auto& text) { return text.starts_with("Installer stopped"); });
+    EXPECT_EQ(stops, has("Install action triggered") && !hasCompleted ? 1 : 0) << saboteur.failed;
+    EXPECT_TRUE(!hasCompleted || at.installedInfoPlist() == "new") << saboteur.failed;
+    for (const std::string& text : all) {
+      if (!text.contains("NSPOSIXErrorDomain")) continue;
+      EXPECT_THAT(text, testing::HasSubstr(fmt::format("NSPOSIXErrorDomain, Code={}}}", saboteur.error)))
+          << saboteur.failed;
+    }
+  });
 }
 
 TEST_F(Install, AFailedDetachIsLoggedAndMadeUpForAtCleanup) {

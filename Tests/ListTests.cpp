@@ -47,7 +47,7 @@ TEST(ListParser, ReadsEveryField) {
 }
 
 TEST(ListParser, TurnsActionsItCannotUseIntoUnknown) {
-  const std::vector<std::pair<const char*, Update::Action>> rows = {
+  const std::vector<std::pair<std::string, Update::Action>> rows = {
       {R"({"dryRun":null})", Update::DryRun{}},
       {R"({"dryRun":[{"a":[]}],"note":1})", Update::DryRun{}},
       {R"({"install":{"url":"https://a/b","sha":"x"},"note":{}})", install("https://a/b")},
@@ -59,6 +59,7 @@ TEST(ListParser, TurnsActionsItCannotUseIntoUnknown) {
       {R"({"install":{"url":["https://a/b"]}})", Update::Unknown{}},
       {R"({"install":{"url":""}})", Update::Unknown{}},
       {R"({"install":{"url":"http://[::1"}})", Update::Unknown{}},
+      {fmt::format(R"({{"install":{{"url":"https://a/{}"}}}})", std::string(70'000, '/')), Update::Unknown{}},
       {R"({"install":{"Url":"https://a/b"}})", Update::Unknown{}},
       {R"({"install":{"x":{"url":"https://a/b"}}})", Update::Unknown{}},
       {R"({"install":"https://a/b"})", Update::Unknown{}},
@@ -96,6 +97,7 @@ TEST(ListParser, RejectsTheWholeDocumentWithOneRecord) {
   const std::vector<std::pair<const char*, std::string>> rows = {
       {"nothing", ""},
       {"no JSON", "<html></html>"},
+      {"NUL behind", R"({"version":"1","updates":[]})" + std::string(1, '\0') + "<html>"},
       {"text behind", R"({"version":"1","updates":[]} x)"},
       {"array on top", "[]"},
       {"text on top", "\"version\""},
@@ -193,6 +195,7 @@ TEST(ListValidator, MatchesVersionSystemAndPlatform) {
       {"empty conditions", {.appVersions = {"1"}, .osVersions = Strings{}, .devicePlatforms = {{}}}, true},
       {"one system of two", {.appVersions = {"1"}, .osVersions = Strings{"13", "14.2"}}, true},
       {"other system", {.appVersions = {"1"}, .osVersions = Strings{"13", "14.3"}}, false},
+      {"unknown platform, unknown machine", {.appVersions = {"1"}, .devicePlatforms = {{unknown}}}, false},
       {"platform in another case", {.appVersions = {"1"}, .devicePlatforms = {{x86_64, arm64}}}, true},
       {"other platform", {.appVersions = {"1"}, .devicePlatforms = {{x86_64, unknown}}}, false},
   };
@@ -202,6 +205,10 @@ TEST(ListValidator, MatchesVersionSystemAndPlatform) {
   }
   const Update forAll{.appVersions = {"1"}, .actions = {Update::DryRun{}}};
   EXPECT_EQ(outcome({forAll}, {.appBundleVersion = "", .isApplicationRunning = true}), "no match");
+  const Update forUnknown{.appVersions = {"1"}, .devicePlatforms = {{unknown}}, .actions = {Update::DryRun{}}};
+  EXPECT_EQ(outcome({forUnknown}, {.appBundleVersion = "1", .osVersion = "1", .devicePlatform = "Unknown"}), "dryRun");
+  const Update forNone{.appVersions = {"1"}, .devicePlatforms = {{}}, .actions = {Update::DryRun{}}};
+  EXPECT_EQ(outcome({forNone}, {.appBundleVersion = "1", .osVersion = "1", .devicePlatform = ""}), "dryRun");
 }
 
 TEST(ListValidator, ReducesActions) {

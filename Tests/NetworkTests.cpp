@@ -93,7 +93,6 @@ TEST_F(Network, OnlyTrustedCertificatesOfTheVeryHostCount) {
        {std::pair("another root", other.issue(host)), std::pair("another name", authority.issue("other.example")),
         std::pair("expired", authority.issue(host, -2))}) {
     const auto https = server(credentials);
-    const rehearsal::StandInMac fresh;
     rehearsal::writeFile(mac.sysroot() / "etc/connect-to",
                          fmt::format("# a comment\n\n  {}:443:127.0.0.1:{}  \r\nnonsense\n", host, https.port()));
     EXPECT_EQ(read("https://list.example/ok"), failed(-1202)) << name;

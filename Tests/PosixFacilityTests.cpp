@@ -10,6 +10,7 @@
 #include "Posix/PosixWorkspace.h"
 #include "Rehearsal/ChildProgram.h"
 #include "Rehearsal/StandInMac.h"
+#include "Support/Fakes.h"
 #include "Support/RecordingLogSender.h"
 
 #include <csignal>
@@ -116,18 +117,35 @@ TEST_F(PosixFacilities, BeforeSystem12OnlyTheFirstCopyCounts) {
 
 TEST_F(PosixFacilities, SaysWhyThereIsNoBundleVersion) {
   mac.setOperatingSystemVersion("14.5");
-  const auto reason = [&] {
+  const auto reason = [&](const Workspace* in = nullptr) {
     const fakes::RecordingLogSender log;
-    EXPECT_EQ(provider().bundleVersion(), std::nullopt);
+    const corvane::OrvikApp::StateProviderImpl asked(corvane::EmergencyUpdateServiceLogger("P"), fileManager,
+                                                     in != nullptr ? *in : workspace, searchPaths, processInfo);
+    EXPECT_EQ(asked.bundleVersion(), std::nullopt);
     EXPECT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].file + " " + log.records()[0].function, "Environment/OrvikApp bundleVersion");
     return log.texts()[0];
   };
   EXPECT_EQ(reason(), "error P: Could not retrieve orvik application installation URL");
+  fakes::FakeWorkspace stale;  // it knows a bundle that is no longer whole
+  stale.registered = {URL::fileURL("/Applications/Orvik.app")};
+  fs::create_directories(mac.sysroot() / "Applications/Orvik.app");
+  EXPECT_EQ(reason(&stale), "error P: Info plist could not be found");
+  rehearsal::writeFile(mac.sysroot() / "Applications/Orvik.app/Contents/Info.plist", "nonsense");
+  EXPECT_EQ(reason(&stale), "error P: Info plist could not be parsed");
   bundle(mac.sysroot() / "Applications/Orvik.app", {{"CFBundleIdentifier", orvik}, {"CFBundleVersion", 12}});
   EXPECT_EQ(reason(), "error P: Could not find orvik application version");
   bundle(mac.sysroot() / "Applications/Orvik.app", {{"CFBundleIdentifier", orvik}});
   EXPECT_EQ(reason(), "error P: Could not find orvik application version");
+}
+
+TEST_F(PosixFacilities, ChildrenFindTheMachinesProgramsWhereNobodyNamedAPath) {
+  const std::string path = std::getenv("PATH");
+  unsetenv("PATH");
+  EXPECT_THAT(
+      bash("id -u; echo $PATH").standardOutput,
+      testing::Optional(testing::MatchesRegex("[0-9]+\n" + machine.sysroot.beneath("usr/bin") + ":.*:/usr/bin:.*")));
+  setenv("PATH", path.c_str(), 1);
 }
 
 TEST_F(PosixFacilities, RunningApplicationsAreProcessesOfBundles) {

@@ -129,31 +129,6 @@ TEST_F(LogRequests, WaitAsRecordsWhileAHandfulIsUnanswered) {
   EXPECT_TRUE(last().contains("agentID"));
 }
 
-TEST(LoggerConfiguration, PostsFromInfoUp) {
-  fakes::RecordingSystemLog systemLog;
-  fakes::ImmediateQueues queues;
-  fakes::ScriptedURLSessions network;
-  const auto before = EmergencyUpdateServiceLogger::setSharedSender(nullptr);
-  EmergencyUpdateServiceLogger::configure(
-      EmergencyUpdateServiceBackendEnvironment::production(),
-      EmergencyUpdateServiceRuntimeEnvironment{.version = "1", .osVersion = "2.0.0", .devicePlatform = "x86_64"},
-      {systemLog, queues, network});
-  const EmergencyUpdateServiceLogger logger("Name");
-  logger.debug({"no"}, at("f()"));
-  logger.info({"yes {}", hidden("x")}, at("f()"));
-  EmergencyUpdateServiceLogger::setSharedSender(before);
-  EXPECT_EQ(systemLog.entries.size(), 2U);
-  ASSERT_EQ(network.posted.size(), 1U);
-  const auto& request = network.posted[0];
-  EXPECT_EQ(request.httpMethod + " " + request.url.absoluteString(), "POST https://log.corvane.example/logv2");
-  EXPECT_EQ(request.httpHeaderFields.at("Origin"), "https://www.corvane.example");
-  const Json body = Json::parse(request.httpBody);
-  EXPECT_EQ(body["version"].get<std::string>() + body["osVersion"].get<std::string>() + "," +
-                body["osArch"].get<std::string>(),
-            "12.0.0,x86_64");
-  EXPECT_THAT(queues.labels, ElementsAre("com.corvane.EmergencyUpdateService.NimbetLogSender"));
-}
-
 /// The collector on loopback, with the requests it has got so far.
 class Collector {
  public:
@@ -233,26 +208,6 @@ TEST(RemoteLog, AHangingPostHoldsBackNoOther) {
   const auto sender = collector.sender();
   for (int i = 0; i < 30; ++i) send(*sender, {"{}", i});
   EXPECT_TRUE(collector.waitFor(30));
-}
-
-TEST(RemoteLog, ACollectorThatNeverAnswersDelaysNoCaller) {
-  const RawServer silent(RawServer::waitForClose);
-  rehearsal::StandInMac mac;
-  mac.connect(host, silent.port());
-  const auto sender = std::make_shared<Sender>(
-      platform::posix::ThreadSerialQueues().serialQueue("test.Sender"),
-      platform::posix::CurlURLSessions(fakes::machine(mac)).session({.timeoutIntervalForRequest = 1}),
-      configuration(fmt::format("http://{}:443/logv2", host)));
-  const auto begun = std::chrono::steady_clock::now();
-  {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < 8; ++t) {
-      threads.emplace_back([&] {
-        for (int i = 0; i < 5000; ++i) send(*sender, {"{}", i});
-      });
-    }
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, 30s) << "40000 records at six a second would take hours";
 }
 
 }  // namespace

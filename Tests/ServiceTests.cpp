@@ -3,6 +3,7 @@
 #include "Support/World.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -36,14 +37,42 @@ TEST_F(Service, LaunchesInOrderAndPerformsADryRun) {
                           "EmergencyUpdateService starting checking list",
                           "EmergencyUpdateService starting cleanup manager", "Emergency update list check started",
                           "Dry run action triggered", "Emergency update service, times main app missing: 0/2"));
+  const fakes::RecordingLogSender log;
   service().terminate();
-  EXPECT_THAT(records(),
-              ElementsAre("EmergencyUpdateService being terminated", "EmergencyUpdateService stopping update watchdog",
-                          "EmergencyUpdateService stopping checking list", "Emergency update list check stopped",
-                          "EmergencyUpdateService stopping cleanup manager",
-                          "Emergency update service main app checker stopped"));
+  EXPECT_THAT(log.textsAndPlaces(),
+              ElementsAre("info EmergencyUpdateService: EmergencyUpdateService being terminated "
+                          "@EmergencyUpdateService terminate()",
+                          "debug EmergencyUpdateService: EmergencyUpdateService stopping update watchdog "
+                          "@EmergencyUpdateService stopUpdateWatchdog()",
+                          "debug EmergencyUpdateService: EmergencyUpdateService stopping checking list "
+                          "@EmergencyUpdateService stopCheckingEmergencyUpdateList()",
+                          "debug EmergencyUpdateListChecker: Emergency update list check stopped "
+                          "@EmergencyUpdateList/EmergencyUpdateListChecker stop()",
+                          "debug EmergencyUpdateService: EmergencyUpdateService stopping cleanup manager "
+                          "@EmergencyUpdateService stopCleanupManager()",
+                          "debug EmergencyUpdateServiceMainAppUninstalledChecker: Emergency update service main app "
+                          "checker stopped @Cleanup/EmergencyUpdateServiceMainAppUninstalledChecker stop()"));
   advance(10 * hours);
-  EXPECT_THAT(records(), IsEmpty()) << "a stopped checker checked";
+  EXPECT_EQ(log.records().size(), 6U) << "a stopped checker checked";
+}
+
+TEST_F(Service, PostsWhatItKnowsOfItselfAndTheMachine) {
+  serves(dryRunForEverybody);
+  workspace.running.push_back(
+      std::make_shared<fakes::FakeRunningApplication>(std::string(corvane::OrvikApp::bundleIdentifier), 1));
+  launch();
+  ASSERT_EQ(downloads.posted.size(), 2U);
+  auto launching = nlohmann::ordered_json::parse(downloads.posted[0].httpBody);
+  EXPECT_EQ(launching.value("agentID", "").size(), 36U) << "it is there from the first record on";
+  launching.erase("agentID");
+  launching.erase("line");
+  EXPECT_EQ(launching.dump(),
+            R"j({"file":"EmergencyUpdateService","function":"launch()","application":"macExtension","env":"prod",)j"
+            R"("version":"7.1","osVersion":"14.5.0","osArch":"arm64","logger":"EmergencyUpdateService",)"
+            R"("level":"INFO","message":"EmergencyUpdateService launching"})");
+  EXPECT_EQ(
+      nlohmann::ordered_json::parse(downloads.posted[1].httpBody)["extra"].dump(),
+      R"({"appBundleVersion":"1.79.3","isApplicationRunning":true,"osVersion":"14.5.0","devicePlatform":"arm64"})");
 }
 
 TEST_F(Service, ASecondLaunchIsIgnored) {
@@ -61,12 +90,7 @@ TEST_F(Service, ASecondLaunchIsIgnored) {
 TEST_F(Service, TerminatesBeforeItWasLaunched) {
   const fakes::RecordingLogSender log;
   service().terminate();
-  ASSERT_EQ(log.records().size(), 4U);
-  EXPECT_EQ(log.records()[0].text(), "info EmergencyUpdateService: EmergencyUpdateService being terminated");
-  EXPECT_EQ(log.records()[0].file, "EmergencyUpdateService");
-  EXPECT_EQ(log.records()[0].function, "terminate()");
-  EXPECT_EQ(log.records()[3].text(), "debug EmergencyUpdateService: EmergencyUpdateService stopping cleanup manager");
-  EXPECT_EQ(log.records()[3].function, "stopCleanupManager()");
+  EXPECT_EQ(log.records().size(), 4U);
 }
 
 TEST_F(Service, WithoutABundleIdentifierChecksTheListAllTheSame) {
@@ -148,28 +172,47 @@ TEST_F(Service, SaysWhatItCouldNotDo) {
     return fakes::ScriptedURLSessions::Answer{.error = platform::NSError(platform::NSURLErrorDomain, -1009)};
   };
   launch();
-  EXPECT_THAT(records(),
-              testing::IsSupersetOf({"Failed to download emergency update list", "Check aborted, could not download"}));
+  const fakes::RecordingLogSender log;
+  auto said = [&log, from = std::size_t{0}]() mutable {
+    const auto all = log.textsAndPlaces();
+    std::vector<std::string> texts(all.begin() + static_cast<std::ptrdiff_t>(std::exchange(from, all.size())),
+                                   all.end());
+    std::erase_if(texts, [](const std::string& text) { return text.contains(missingCount); });
+    return texts;
+  };
+  const std::string checker = " @EmergencyUpdateList/EmergencyUpdateListChecker check()";
   const std::map<std::string, std::vector<std::string>> expected = {
-      {"<html>", {"Failed to parse emergency update list", "Check aborted, could not parse"}},
-      {emptyList, {"Validation succeeded with no updates"}},
+      {"",
+       {"error EmergencyUpdateListDownloader: Failed to download emergency update list "
+        "@EmergencyUpdateList/EmergencyUpdateListDownloader download()",
+        "error EmergencyUpdateListChecker: Check aborted, could not download" + checker}},
+      {"<html>",
+       {"error EmergencyUpdateListParser: Failed to parse emergency update list "
+        "@EmergencyUpdateList/EmergencyUpdateList parse(_:)",
+        "error EmergencyUpdateListChecker: Check aborted, could not parse" + checker}},
+      {emptyList, {"info EmergencyUpdateListChecker: Validation succeeded with no updates" + checker}},
       {R"({"version":"","updates":[{"date":"","appVersions":["2"],"actions":[]}]})",
-       {"Validation succeeded with no matches"}},
+       {"info EmergencyUpdateListChecker: Validation succeeded with no matches" + checker}},
       {R"({"version":"","updates":[{"date":"","appVersions":["1"],"actions":[]}]})",
-       {"Validation failed: (ValidationFailure.noActions)"}},
-      {R"({"version":"","updates":[{"date":"","appVersions":["1"],"actions":[{"install":{"url":"https://a/b"}}]}]})",
-       {"Install action triggered", "Checking ability to replace app files", "Downloading", "Download attempt 0/3",
-        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Download attempt 1/3",
-        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Download attempt 2/3",
-        "App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Installer stopped, download failed"}},
+       {"error EmergencyUpdateListChecker: Validation failed: (ValidationFailure.noActions)" + checker}},
   };
   for (const auto& [list, messages] : expected) {
-    serves(list);
+    list.empty() ? servesNothing() : serves(list);
     advance(4 * hours);
-    std::vector<std::string> all = {"Emergency update list check started"};
+    std::vector<std::string> all = {"debug EmergencyUpdateListChecker: Emergency update list check started" + checker};
     all.insert(all.end(), messages.begin(), messages.end());
-    EXPECT_EQ(recordsBesidesCounts(), all) << list;
+    EXPECT_EQ(said(), all) << list;
   }
+  // An install: that every stage's records are under the stage's own name is seen at the first of each.
+  serves(R"({"version":"","updates":[{"date":"","appVersions":["1"],"actions":[{"install":{"url":"https://a/b"}}]}]})");
+  advance(4 * hours);
+  EXPECT_THAT(said(), testing::IsSupersetOf(
+                          {"info EmergencyUpdateActionsPerformer: Install action triggered "
+                           "@EmergencyUpdateList/EmergencyUpdateActionsPerformer perform(_:context:)",
+                           "info EmergencyUpdateInstaller: Downloading "
+                           "@Installer/EmergencyUpdateInstaller install(from:initiallyInstalledBundleVersion:)",
+                           "info EmergencyUpdateAppDownloader: Download attempt 2/3 "
+                           "@Installer/EmergencyUpdateAppDownloader download(from:)"}));
 }
 
 TEST_F(Service, MakesAnAgentIdentifierOnce) {

@@ -209,7 +209,9 @@ TEST_F(WatchdogOfTheAgent, ReportsToTheSystemLogUntilTheAgentStops) {
   post(willInstall);
   post(willTerminate);
   records();
-  advance(120);
+  advance(119);
+  EXPECT_THAT(records(), testing::Not(testing::Contains("App was not launched after update installation")));
+  advance(1);
   EXPECT_THAT(records(), testing::Contains("App was not launched after update installation"));
   service().terminate();
   EXPECT_THAT(notifications.registrations, IsEmpty());

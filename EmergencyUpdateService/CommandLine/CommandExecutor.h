@@ -33,8 +33,7 @@ class CommandExecutor {
   virtual ~CommandExecutor() = default;
 
   /// `launchPath` is the absolute path of the executable, `arguments` its words without the program name. Scripts run
-  /// as
-  /// "/bin/bash" with "-c". Never fails: a child that cannot be started gives a failure status at once.
+  /// as "/bin/bash" with "-c". Never fails: a child that cannot be started gives a failure status at once.
   virtual CommandExecutionResult execute(CaptureOutput captureOutput, const std::string& launchPath,
                                          const std::vector<std::string>& arguments) = 0;
 };

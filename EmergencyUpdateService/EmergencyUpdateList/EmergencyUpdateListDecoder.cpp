@@ -14,6 +14,7 @@ using Update = EmergencyUpdateList::Update;
 
 constexpr std::size_t maximumDepth = 512;
 constexpr std::size_t maximumElements = 1'000'000;
+constexpr std::size_t maximumURLBytes = std::size_t{64} << 10U;
 
 /// Every place in the document where a value can stand.
 enum class Slot : std::uint8_t {
@@ -124,7 +125,7 @@ class Decoder final : public json::json_sax_t {
         update().devicePlatforms->push_back(devicePlatform(text));
         return countElement();
       case Slot::url:
-        installURL_ = platform::URL::parse(text);
+        if (text.size() <= maximumURLBytes) installURL_ = platform::URL::parse(text);
         return true;
       default:
         return otherScalar();
@@ -267,6 +268,7 @@ class Decoder final : public json::json_sax_t {
 }  // namespace
 
 std::optional<EmergencyUpdateList> decodeEmergencyUpdateList(std::string_view data) {
+  if (data.contains('\0')) return std::nullopt;  // the library takes it for the end of the document
   Decoder decoder;
   if (!json::sax_parse(data.begin(), data.end(), &decoder)) return std::nullopt;
   return std::move(decoder.list);

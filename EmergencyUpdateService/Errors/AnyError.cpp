@@ -60,6 +60,7 @@ std::string sanitizedPlatformError(const platform::NSError& error, int depth) {
 std::string descriptionOfReflected(const ErrorReflection& error) {
   switch (error.displayStyle) {
     case ErrorReflection::DisplayStyle::enumeration:
+      if (!error.description.empty()) return fmt::format("({})", error.description);
       return fmt::format("({}.{})", error.typeName, error.enumCase ? textualDescription(*error.enumCase) : "");
     case ErrorReflection::DisplayStyle::structure:
       return fmt::format("({})", error.description);
@@ -95,6 +96,9 @@ std::string AnyError::sanitizedDescription() const {
     builder.domain = error->domain;
     builder.code = error->code;
     if (error->reflection.enumCase) builder.enumCase = caseDescription(*error->reflection.enumCase);
+    if (const auto& underlying = error->reflection.underlyingError) {
+      builder.underlyingError = sanitizedPlatformError(*underlying, 1);
+    }
     builder.safeDescription = error->safeDescription;
   }
   return builder.description();

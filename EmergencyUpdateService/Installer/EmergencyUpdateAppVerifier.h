@@ -22,7 +22,7 @@ class EmergencyUpdateAppVerifier {
   [[nodiscard]] bool verify(const platform::URL& codeAt, const std::optional<std::string>& minimumBundleVersion,
                             std::string_view tag) const;
 
-  /// The requirement's text. The version goes in as it is: one with a quote in it does not compile.
+  /// The requirement's text. The version goes in as it is, quotes and all: it is the installed application's own.
   static std::string requirementText(const std::optional<std::string>& minimumBundleVersion);
 
  private:

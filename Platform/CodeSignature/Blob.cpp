@@ -36,12 +36,15 @@ std::optional<SuperBlob> SuperBlob::parse(ByteView bytes) {
   if (!count || *count > maximumEntries) return std::nullopt;
   SuperBlob result;
   result.bytes_ = *whole;
+  std::uint64_t total = 0;
   for (std::uint32_t i = 0; i < *count; ++i) {
     const auto type = integerAt<std::uint32_t>(*whole, indexStart + (indexEntrySize * i));
     const auto offset = integerAt<std::uint32_t>(*whole, indexStart + (indexEntrySize * i) + 4);
     if (!type || !offset || *offset < indexStart + (indexEntrySize * *count)) return std::nullopt;
     const auto blob = blobAt(*whole, *offset);
     if (!blob) return std::nullopt;
+    total += blob->size();
+    if (total > whole->size()) return std::nullopt;
     result.entries_.push_back({*type, *offset, *blob});
   }
   return result;

@@ -51,7 +51,8 @@ class SuperBlob {
     ByteView blob;
   };
 
-  /// Reads the SuperBlob at the start of `bytes`; absent when its magic, its length or a blob does not fit.
+  /// Reads the SuperBlob at the start of `bytes`; absent when its magic, its length or a blob does not fit, or when the
+  /// blobs are together larger than the whole: nothing can be read from it many times over.
   static std::optional<SuperBlob> parse(ByteView bytes);
 
   [[nodiscard]] ByteView bytes() const { return bytes_; }

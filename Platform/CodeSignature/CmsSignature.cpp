@@ -114,6 +114,7 @@ Result<CmsSignature> CmsSignature::verify(ByteView bytes, std::span<const CodeDi
 
   CmsSignature result{Certificate(leaf)};
   result.bag_ = certificatesOf(cms.get());
+  if (result.bag_.size() > maximumCertificates) return failed(errSecCSSignatureFailed);
   result.signingTime_ = signingTimeOf(signer);
   const ASN1_OCTET_STRING* value = CMS_SignerInfo_get0_signature(signer);
   const unsigned char* data = ASN1_STRING_get0_data(value);

@@ -18,6 +18,9 @@ namespace platform::codesignature {
 inline constexpr const char* cdhashListAttribute = "1.2.840.113635.100.9.1";
 inline constexpr const char* cdhashSetAttribute = "1.2.840.113635.100.9.2";
 
+/// More certificates than this come with no signature. The signature of each may have to be verified.
+inline constexpr std::size_t maximumCertificates = 100;
+
 /// The CMS of a code signature: detached, one signer, signed attributes. Verified when it is made; any thread.
 class CmsSignature {
  public:

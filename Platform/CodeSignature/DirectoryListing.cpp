@@ -36,8 +36,11 @@ Result<std::vector<DirectoryEntry>> directoryEntries(int directory) {
   const std::unique_ptr<DIR, DirectoryClose> stream(::fdopendir(copy));
   if (!stream) return failed(statusOfErrno(errno));
   std::vector<DirectoryEntry> entries;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this stream.
-  while (const dirent* entry = ::readdir(stream.get())) {
+  while (true) {
+    errno = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this stream.
+    const dirent* entry = ::readdir(stream.get());
+    if (entry == nullptr) break;
     const std::string_view name = static_cast<const char*>(entry->d_name);
     if (name == "." || name == "..") continue;
     struct stat status = {};
@@ -46,6 +49,7 @@ Result<std::vector<DirectoryEntry>> directoryEntries(int directory) {
     entries.push_back({std::string(name), kindOf(status.st_mode), (status.st_mode & anyExecute) != 0});
     if (entries.size() > maximumEntries) return failed(statusOfErrno(E2BIG));
   }
+  if (errno != 0) return failed(statusOfErrno(errno));
   std::ranges::sort(entries, {}, &DirectoryEntry::name);
   return entries;
 }

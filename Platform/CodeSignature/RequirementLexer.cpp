@@ -172,26 +172,37 @@ class Lexer {
     return token(Kind::symbol, std::string(*found));
   }
 
-  [[nodiscard]] RequirementToken token(Kind kind, std::string text) const {
-    return {kind, std::move(text), lineOf(begin_), columnOf(begin_)};
+  RequirementToken token(Kind kind, std::string text) {
+    const auto [line, column] = placeOf(begin_);
+    return {kind, std::move(text), line, column};
   }
-  [[nodiscard]] std::size_t lineOf(std::size_t position) const {
-    return 1 + static_cast<std::size_t>(std::ranges::count(text_.substr(0, position), '\n'));
+
+  struct Place {
+    std::size_t line;
+    std::size_t column;
+  };
+  /// Counts on from the place asked for last, which must not lie behind this one.
+  Place placeOf(std::size_t position) {
+    for (; counted_ < position; ++counted_) {
+      if (text_[counted_] != '\n') continue;
+      ++line_;
+      lineBegin_ = counted_ + 1;
+    }
+    return {line_, position - lineBegin_ + 1};
   }
-  [[nodiscard]] std::size_t columnOf(std::size_t position) const {
-    const std::size_t feed = text_.substr(0, position).rfind('\n');
-    return feed == std::string_view::npos ? position + 1 : position - feed;
-  }
-  [[nodiscard]] std::string error() const {
-    const std::size_t position = std::min(position_, text_.size());
-    if (atEnd()) return requirementError(lineOf(position), columnOf(position), "unexpected end of text");
+  std::string error() {
+    const auto [line, column] = placeOf(std::min(position_, text_.size()));
+    if (atEnd()) return requirementError(line, column, "unexpected end of text");
     const auto unit = static_cast<unsigned char>(peek());
-    return requirementError(lineOf(position), columnOf(position), fmt::format("unexpected char: 0x{:02X}", unit));
+    return requirementError(line, column, fmt::format("unexpected char: 0x{:02X}", unit));
   }
 
   std::string_view text_;
   std::size_t position_ = 0;
   std::size_t begin_ = 0;
+  std::size_t counted_ = 0;  // up to where lines are counted
+  std::size_t line_ = 1;
+  std::size_t lineBegin_ = 0;
 };
 
 }  // namespace
@@ -201,7 +212,6 @@ std::string requirementError(std::size_t line, std::size_t column, std::string_v
 }
 
 std::expected<std::vector<RequirementToken>, std::string> requirementTokens(std::string_view text) {
-  // Counting lines for every token makes this quadratic in the worst case.
   constexpr std::size_t maximumText = std::size_t{64} << 10U;
   if (text.size() > maximumText) return std::unexpected(requirementError(1, 1, "text too long"));
   return Lexer(text).run();

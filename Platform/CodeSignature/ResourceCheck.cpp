@@ -6,10 +6,16 @@
 #include "CodeSignature/SignatureFolder.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <memory>
 #include <optional>
+#include <set>
+#include <string_view>
 #include <vector>
 
 #include <fcntl.h>
+#include <utf8proc.h>
 
 namespace platform::codesignature {
 namespace {
@@ -18,6 +24,21 @@ constexpr int maximumDepth = 64;
 constexpr std::size_t maximumFiles = 1'000'000;
 
 using Kind = SealedResource::Kind;
+using Resources = std::map<std::string, SealedResource>;
+
+bool isASCII(std::string_view text) {
+  return std::ranges::all_of(text, [](unsigned char c) { return c < 0x80; });
+}
+
+/// Unicode's NFC; a text that is not UTF-8 as it stands.
+std::string canonicalForm(const std::string& text) {
+  utf8proc_uint8_t* form = nullptr;
+  const utf8proc_ssize_t length =
+      utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),
+                   &form, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+  const std::unique_ptr<utf8proc_uint8_t, decltype(&free)> owned(form, &free);
+  return length < 0 ? text : std::string(reinterpret_cast<const char*>(form), static_cast<std::size_t>(length));
+}
 
 class ResourceWalk {
  public:
@@ -83,14 +104,28 @@ class ResourceWalk {
     return walk(folder->number(), path + "/", depth + 1);
   }
 
+  /// By the path's bytes, or else by its canonical form: an HFS+ volume gives back "é" as "e" and an accent, and a
+  /// Mac's file systems take one for the other.
+  [[nodiscard]] Resources::const_iterator findSealed(const std::string& path) {
+    const auto found = seal_.resources.find(path);
+    if (found != seal_.resources.end() || isASCII(path)) return found;
+    if (byCanonicalForm_.empty()) {
+      for (auto sealed = seal_.resources.begin(); sealed != seal_.resources.end(); ++sealed) {
+        if (!isASCII(sealed->first)) byCanonicalForm_.emplace(canonicalForm(sealed->first), sealed);
+      }
+    }
+    const auto alike = byCanonicalForm_.find(canonicalForm(path));
+    return alike == byCanonicalForm_.end() ? found : alike->second;
+  }
+
   /// The sealed entry for a path, marked as seen; reports one that is not sealed, or as something else.
   const SealedResource* sealed(const std::string& path, Kind kind) {
-    const auto found = seal_.resources.find(path);
+    const auto found = findSealed(path);
     if (found == seal_.resources.end()) {
       report(errSecCSBadResource, kSecCFErrorResourceAdded, path);
       return nullptr;
     }
-    visited_.insert(path);
+    visited_.insert(found->first);
     if (found->second.kind == kind) return &found->second;
     report(errSecCSBadResource, kSecCFErrorResourceAltered, path);
     return nullptr;
@@ -147,10 +182,8 @@ class ResourceWalk {
   /// The first problem decides the status; every file is named.
   void report(OSStatus status, std::string_view key, const std::string& path) {
     if (!problem_) problem_ = Failure{status, {}};
-    auto& value = problem_->userInfo[std::string(key)];
-    std::string names = std::holds_alternative<std::string>(value) ? std::get<std::string>(value) : std::string();
-    if (!names.empty()) names += '\n';
-    value = names + path;
+    const auto [value, isFirst] = problem_->userInfo.try_emplace(std::string(key), path);
+    if (!isFirst) std::get<std::string>(value->second).append("\n").append(path);
   }
 
   int root_;
@@ -159,7 +192,8 @@ class ResourceWalk {
   const std::set<HashType>& hashTypes_;
   const NestedCodeCheck& checkNested_;
   std::vector<PendingFile> files_;
-  std::set<std::string> visited_;
+  std::set<std::string> visited_;                                     // as the seal spells them
+  std::map<std::string, Resources::const_iterator> byCanonicalForm_;  // of names beyond ASCII, made when needed
   std::optional<Failure> problem_;
 };
 

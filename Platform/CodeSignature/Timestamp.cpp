@@ -78,6 +78,7 @@ Result<Timestamp> verifyTimestamp(const CmsSignature& signature, const Anchors& 
   if (!info || !speaksAbout(info.get(), signature.signatureValue())) return failed(errSecCSSignatureFailed);
   const auto time = timeOf(TS_TST_INFO_get_time(info.get()));
   const auto bag = bagOf(token.get(), signature);
+  if (bag.size() > 2 * maximumCertificates) return failed(errSecCSSignatureFailed);
   const auto signer = onlySignerOf(token.get(), bag);
   if (!time || !signer) return failed(errSecCSSignatureFailed);
   auto chain = certificatePath(*signer, bag, anchors, CertificateUse::timestamping, time);

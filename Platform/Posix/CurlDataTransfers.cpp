@@ -18,7 +18,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds keepAlive{15};
 constexpr std::chrono::milliseconds shortestWait{10};
-constexpr long dripFactor = 2;  // a task may take so many times its idle limit in all
 
 struct MultiCleanup {
   void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
@@ -73,8 +72,8 @@ class CurlDataTransfers::Transfer {
   };
 
   void prepare(const URLSessionConfiguration& configuration) {
-    const double longest = std::min(static_cast<double>(dripFactor * idleSeconds_),
-                                    std::max(configuration.timeoutIntervalForResource, 1.0));
+    const double longest =
+        std::min(static_cast<double>(idleSeconds_), std::max(configuration.timeoutIntervalForResource, 1.0));
     curl_easy_setopt(handle(), CURLOPT_PRIVATE, this);
     curl_easy_setopt(handle(), CURLOPT_TIMEOUT, std::lround(longest));
     curl_easy_setopt(handle(), CURLOPT_QUICK_EXIT, 1L);  // a name service that hangs is not waited for

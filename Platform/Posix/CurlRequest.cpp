@@ -56,7 +56,7 @@ CurlRequest::CurlRequest(const URL& url, const Sysroot& sysroot, long idleSecond
   curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
   if (connectTo_ != nullptr) curl_easy_setopt(handle, CURLOPT_CONNECT_TO, connectTo_.get());
   const std::string certificates = sysroot.beneath("etc/ssl/cert.pem");
-  if (!sysroot.isWholeMachine() && access(certificates.c_str(), F_OK) == 0) {
+  if (access(certificates.c_str(), F_OK) == 0) {
     curl_easy_setopt(handle, CURLOPT_CAINFO, certificates.c_str());
     curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
   }

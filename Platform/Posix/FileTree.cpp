@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <expected>
 #include <memory>
 #include <vector>
 
@@ -36,21 +37,25 @@ Directory openDirectory(int parent, const char* name) {
   return directory;
 }
 
-/// The names in a directory, all read before any is used.
-std::vector<std::string> names(DIR* directory) {
+/// The names in a directory, all read before any is used, or the errno that prevented it.
+std::expected<std::vector<std::string>, int> names(DIR* directory) {
   std::vector<std::string> result;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): a stream of our own
-  while (const dirent* entry = readdir(directory)) {
+  while (true) {
+    errno = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): a stream of our own
+    const dirent* entry = readdir(directory);
+    if (entry == nullptr && errno != 0) return std::unexpected(errno);
+    if (entry == nullptr) return result;
     const std::string name = static_cast<const char*>(entry->d_name);
     if (name != "." && name != "..") result.push_back(name);
   }
-  return result;
 }
 
 /// "user.…" attributes alone: others are the system's, or need privileges.
 int copyAttributes(int from, int to) {
   std::string list(static_cast<std::size_t>(XATTR_LIST_MAX), '\0');
   const ssize_t length = flistxattr(from, list.data(), list.size());
+  if (length < 0 && errno != ENOTSUP) return errno;
   if (length <= 0) return 0;  // none, or a file system without
   list.resize(static_cast<std::size_t>(length));
   std::string value(static_cast<std::size_t>(XATTR_SIZE_MAX), '\0');
@@ -118,7 +123,9 @@ int copyFolder(int fromFolder, const char* fromName, int toFolder, const char* t
   if (mkdirat(toFolder, toName, 0700) != 0) return errno;
   const FileDescriptor to(openat(toFolder, toName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!to) return errno;
-  for (const std::string& name : names(from.get())) {
+  const auto entries = names(from.get());
+  if (!entries) return entries.error();
+  for (const std::string& name : *entries) {
     const int failure = copyEntry(dirfd(from.get()), name.c_str(), to.get(), name.c_str(), depth + 1);
     if (failure != 0) return failure;
   }
@@ -141,7 +148,9 @@ int removeFolder(int folder, const char* name, dev_t device, int depth) {
   {
     const Directory directory = openDirectory(folder, name);
     if (directory == nullptr) return errno;
-    for (const std::string& entry : names(directory.get())) {
+    const auto entries = names(directory.get());
+    if (!entries) return entries.error();
+    for (const std::string& entry : *entries) {
       const int failure = removeEntry(dirfd(directory.get()), entry.c_str(), device, depth + 1);
       if (failure != 0 && failure != ENOENT) return failure;
     }

@@ -8,7 +8,7 @@
 namespace platform::posix {
 namespace {
 
-constexpr std::size_t maximumJobBytes = std::size_t{1} << 20U;
+constexpr std::size_t maximumJobBytes = std::size_t{64} << 20U;
 
 std::vector<std::string> jobFiles(const std::string& folder) {
   std::vector<std::string> files;

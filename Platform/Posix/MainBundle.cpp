@@ -10,7 +10,8 @@
 namespace platform::posix {
 namespace {
 
-constexpr std::size_t maximumInfoPlistBytes = std::size_t{16} << 20U;
+// Any application there is gets read, and the library takes the square of the number of keys that share a hash.
+constexpr std::size_t maximumInfoPlistBytes = std::size_t{1} << 20U;
 
 std::string parentOf(std::string_view path) {
   return std::string(path.substr(0, path.rfind('/')));

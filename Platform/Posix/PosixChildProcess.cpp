@@ -66,12 +66,13 @@ bool drain(const FileDescriptor& pipe, std::string& output) {
   }
 }
 
-/// Collects both pipes until the child has exited, and then what it left in them.
+/// Collects both pipes until the child has exited, and then what it left in them. Where the child cannot be waited for
+/// beside them, until nobody holds them any more.
 void collect(pid_t child, Pipe& out, Pipe& err, std::string& output, std::string& errorOutput) {
   const FileDescriptor process(pidfd_open(child, 0));
   std::array<pollfd, 3> waits{
       {{out.readingEnd.get(), POLLIN, 0}, {err.readingEnd.get(), POLLIN, 0}, {process.get(), POLLIN, 0}}};
-  while (process && (waits[2].revents & POLLIN) == 0) {
+  while ((waits[2].revents & POLLIN) == 0 && (process || waits[0].fd >= 0 || waits[1].fd >= 0)) {
     if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) break;
     if (waits[0].revents != 0 && !drain(out.readingEnd, output)) waits[0].fd = -1;
     if (waits[1].revents != 0 && !drain(err.readingEnd, errorOutput)) waits[1].fd = -1;

@@ -82,7 +82,8 @@ std::expected<void, NSError> PosixFileManager::createDirectory(const URL& folder
   const std::string path = sysroot_.machinePath(folder.path());
   int failure = makeFolders(path, 0777);
   struct stat status{};
-  if (failure == 0 && (stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))) failure = EEXIST;
+  if (failure == 0 && stat(path.c_str(), &status) != 0) failure = errno;
+  if (failure == 0 && !S_ISDIR(status.st_mode)) failure = EEXIST;
   if (failure != 0) return std::unexpected(cocoaError(failure, Access::writing, folder.path()));
   return {};
 }

@@ -88,6 +88,8 @@ class PosixHost final : public Host {
 std::unique_ptr<Host> makeHost() {
   // A peer that closes its end is an error of the write, not the end of this process.
   std::signal(SIGPIPE, SIG_IGN);
+  // Whoever started this process may have ignored it, and then no child's status could be had.
+  std::signal(SIGCHLD, SIG_DFL);
   curl_global_init(CURL_GLOBAL_DEFAULT);
   return std::make_unique<PosixHost>();
 }

@@ -33,16 +33,17 @@ ShellEnvironment::ShellEnvironment(const Sysroot& sysroot) {
 
 std::vector<std::string> ShellEnvironment::variables() const {
   std::vector<std::string> variables;
-  std::string path = toolFolders_;
+  // Where nobody named any folders, those of the machine's own programs count.
+  std::string path = "/usr/bin:/bin:/usr/sbin:/sbin";
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string_view variable = *entry;
     if (!toolFolders_.empty() && variable.starts_with("PATH=")) {
-      path += fmt::format(":{}", variable.substr(5));
+      path = variable.substr(5);
     } else if (!functions_ || !variable.starts_with("BASH_ENV=")) {
       variables.emplace_back(variable);
     }
   }
-  if (!toolFolders_.empty()) variables.push_back("PATH=" + path);
+  if (!toolFolders_.empty()) variables.push_back(fmt::format("PATH={}:{}", toolFolders_, path));
   if (functions_) variables.push_back(fmt::format("BASH_ENV=/proc/{}/fd/{}", getpid(), functions_.get()));
   return variables;
 }

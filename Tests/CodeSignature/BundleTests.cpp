@@ -48,6 +48,22 @@ void expectAll(const std::vector<Row>& rows) {
   }
 }
 
+TEST(BundleSignature, NamesCountByTheirCanonicalForm) {
+  const SigningWorld world;
+  const std::string app = world.bundle();
+  const std::string folder = app + "/Contents/Resources/";
+  write(folder + "\u00e9\ud55c.txt", "x");  // é and a Hangul syllable
+  world.sign(app);
+  EXPECT_EQ(world.check(app), errSecSuccess);
+  fs::rename(folder + "\u00e9\ud55c.txt", folder + "e\u0301\u1112\u1161\u11ab.txt");
+  EXPECT_EQ(world.check(app), errSecSuccess);
+  write(folder + "\u00e9\ud55c.txt", "y");  // both, and one of them altered
+  EXPECT_EQ(world.check(app), errSecCSBadResource);
+  fs::remove(folder + "\u00e9\ud55c.txt");
+  fs::rename(folder + "e\u0301\u1112\u1161\u11ab.txt", folder + "e\u0300.txt");
+  EXPECT_EQ(world.check(app), errSecCSBadResource);
+}
+
 TEST(BundleSignature, HoldsUntilOneThingIsChanged) {
   const auto removed = [](const char* name) { return [name](const auto& c) { fs::remove_all(c + name); }; };
   const auto added = [](const char* name) { return [name](const auto& c) { write(c + name, "x"); }; };

@@ -63,6 +63,15 @@ TEST(MachOSignature, HoldsUntilOneThingIsChanged) {
   }
 }
 
+TEST(SuperBlobs, AreNotReadManyTimesOver) {
+  codesignature::Bytes bytes;
+  for (const std::uint32_t field : {0xFADE0CC0U, 136U, 3U, 1U, 36U, 2U, 36U, 3U, 36U, 0xFADE0B01U, 100U}) {
+    codesignature::appendInteger(bytes, field);
+  }
+  bytes.resize(136);
+  EXPECT_FALSE(codesignature::SuperBlob::parse(bytes));
+}
+
 TEST(MachOSignature, HoldsForAllSlicesOrNone) {
   const SigningWorld world;
   const Maker other = makerLike({.organizationalUnits = {"9JKQ000000"}});

@@ -267,11 +267,13 @@ class RecordingChildProcesses final : public platform::ChildProcessLauncher {
  public:
   platform::ChildProcessResult result{.reason = platform::ChildProcessResult::Reason::exit, .status = 0};
   std::vector<std::vector<std::string>> started;
+  Capture captures = Capture::no;  // of the last
   /// What a command does, by its words; the exit status.
   std::function<std::int32_t(const std::vector<std::string>&)> behaviour;
 
   platform::ChildProcessResult run(const std::string& launchPath, const std::vector<std::string>& arguments,
-                                   Capture /*capture*/) override {
+                                   Capture capture) override {
+    captures = capture;
     started.push_back({launchPath});
     started.back().insert(started.back().end(), arguments.begin(), arguments.end());
     if (behaviour) result.status = behaviour(started.back());

@@ -28,6 +28,8 @@ struct KeptRecord {
     static constexpr const char* names[] = {"trace", "debug", "info", "warn", "error"};
     return std::string(names[static_cast<int>(level)]) + " " + name + ": " + message;
   }
+  /// The same with the place: "… @Folder/File function(_:)".
+  [[nodiscard]] std::string textAndPlace() const { return text() + " @" + file + " " + function; }
 };
 
 /// Keeps every record that is logged while it lives, instead of any other sender.
@@ -42,6 +44,11 @@ class RecordingLogSender {
   [[nodiscard]] std::vector<std::string> texts() const {
     std::vector<std::string> texts;
     for (const KeptRecord& record : records()) texts.push_back(record.text());
+    return texts;
+  }
+  [[nodiscard]] std::vector<std::string> textsAndPlaces() const {
+    std::vector<std::string> texts;
+    for (const KeptRecord& record : records()) texts.push_back(record.textAndPlace());
     return texts;
   }
 

@@ -203,5 +203,22 @@ TEST_F(HdiutilTests, CreateReplacesOnlyWhenTold) {
   EXPECT_EQ(attach(output, {}).status, 0);
 }
 
+TEST_F(HdiutilTests, CreateRefusesWhatAVolumeWouldAlter) {
+  const fs::path output = folder / "o.dmg";
+  const auto refused = [&](const fs::path& from, const std::string& volumeName, const fs::path& to) {
+    const Outcome outcome = hdiutil({"create", "-srcfolder", from, "-volname", volumeName, to});
+    return outcome.status == 1 && outcome.error.starts_with("hdiutil: create failed - ") && !fs::exists(to);
+  };
+  for (const char* name : {"a:b", "CASE", "\xff"}) {
+    const fs::path tree = folder / "tree";
+    write(tree / "sub/case", "");
+    write(tree / "sub" / name, "");
+    EXPECT_TRUE(refused(tree, "V", output)) << name;
+    fs::remove_all(tree);
+  }
+  EXPECT_TRUE(refused(source, "..", output));
+  EXPECT_TRUE(refused(source, "V", source / "o.dmg")) << "an image of itself";
+}
+
 }  // namespace
 }  // namespace tools::tests

@@ -50,13 +50,16 @@ std::string_view reasonFor(OSStatus status) {
   return "code is not valid";
 }
 
-/// The files the error names, for the end of the line.
+/// What the error names, the first file of each kind, for the end of the line: no name may begin another.
 std::string culprits(const std::optional<platform::NSError>& error) {
   std::string text;
   if (!error) return text;
   for (const auto& [key, value] : error->userInfo()) {
-    if (const auto* names = std::get_if<std::string>(&value)) text += fmt::format("; {}: {}", key, *names);
+    if (const auto* names = std::get_if<std::string>(&value)) {
+      text += fmt::format("; {}: {}", key, names->substr(0, names->find('\n')));
+    }
   }
+  std::ranges::replace_if(text, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
   return text;
 }
 
@@ -90,7 +93,12 @@ int verify(const VerifyOptions& options) {
   const PosixCodeSecurity security(machinePath, PosixCodeSecurity::installedAnchors(machinePath));
   const auto code = security.staticCode(platform::URL::fileURL(absolutePath(options.path)));
   if (!code) return report(options, code.error(), {});
-  const auto validity = security.checkValidity(*code, requirement ? &*requirement : nullptr);
+  auto validity = security.checkValidity(*code, requirement ? &*requirement : nullptr);
+  if (validity.status == platform::errSecCSReqFailed) {
+    // The requirement is judged before the resources are looked at: is the code valid otherwise?
+    auto without = security.checkValidity(*code, nullptr);
+    if (without.status != platform::errSecSuccess) validity = std::move(without);
+  }
   return report(options, validity.status, culprits(validity.error));
 }
 

@@ -37,8 +37,12 @@ std::error_code removeContents(const std::string& folder) {
 class MountPoint {
  public:
   MountPoint(std::string path, const AttachedVolumes& attached) : path_(std::move(path)), attached_(attached) {
-    const auto slash = path_.rfind('/');
-    if (slash != 0 && slash != std::string::npos) platform::posix::makeFolders(path_.substr(0, slash), 0755);
+    const fs::path parent = fs::path(path_).parent_path();
+    std::error_code error;
+    for (fs::path folder = parent; !folder.empty() && !fs::exists(folder, error); folder = folder.parent_path()) {
+      madeParents_.push_back(folder);
+    }
+    if (!madeParents_.empty()) platform::posix::makeFolders(parent, 0755);
     isMade_ = mkdir(path_.c_str(), 0755) == 0;
     failure_ = isMade_ ? 0 : existingFailure();
     if (failure_ == 0) failure_ = attached_.add(path_);
@@ -51,11 +55,15 @@ class MountPoint {
     if (isRecorded_) [[maybe_unused]]
       const std::error_code ignored = removeContents(path_);
     if (isMade_) rmdir(path_.c_str());
+    for (const fs::path& folder : madeParents_) rmdir(folder.c_str());
     if (isRecorded_) attached_.remove(record);
   }
 
   [[nodiscard]] int failure() const { return failure_; }
-  void keep() { isMade_ = isRecorded_ = false; }
+  void keep() {
+    isMade_ = isRecorded_ = false;
+    madeParents_.clear();
+  }
 
  private:
   [[nodiscard]] int existingFailure() const {
@@ -68,6 +76,7 @@ class MountPoint {
 
   std::string path_;
   const AttachedVolumes& attached_;
+  std::vector<fs::path> madeParents_;  // the innermost first
   bool isMade_ = false;
   bool isRecorded_ = false;
   int failure_ = 0;

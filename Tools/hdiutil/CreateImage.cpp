@@ -8,11 +8,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
+#include <set>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utf8proc.h>
 
 namespace tools {
 namespace {
@@ -65,11 +68,40 @@ int writeImage(HfsVolumeStream& volume, int descriptor) {
   return image.finish();
 }
 
+/// Whether an HFS+ volume can hold this folder as it is: names of UTF-8 without ":", which such a volume keeps for
+/// itself, and no two of a folder alike but for case. The program that makes the volume would alter them and say
+/// nothing.
+bool canHold(const std::filesystem::path& folder) {
+  std::set<std::string> names;  // of one folder, folded
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    const std::string name = entry.path().filename();
+    utf8proc_uint8_t* folded = nullptr;
+    utf8proc_map(
+        reinterpret_cast<const utf8proc_uint8_t*>(name.data()), static_cast<utf8proc_ssize_t>(name.size()), &folded,
+        static_cast<utf8proc_option_t>(UTF8PROC_NULLTERM | UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
+    const std::unique_ptr<utf8proc_uint8_t, decltype(&free)> owned(folded, &free);
+    if (folded == nullptr || name.contains(':')) return false;
+    if (!names.insert(reinterpret_cast<const char*>(folded)).second) return false;
+    if (entry.is_directory() && !entry.is_symlink() && !canHold(entry.path())) return false;
+  }
+  return true;
+}
+
+bool liesWithin(const std::filesystem::path& path, const std::filesystem::path& folder) {
+  const auto relative = std::filesystem::weakly_canonical(path).lexically_relative(std::filesystem::canonical(folder));
+  return !relative.empty() && *relative.begin() != "..";
+}
+
 int create(const ImageCreation& creation) {
   struct stat status{};
   if (stat(creation.sourceFolder.c_str(), &status) != 0) return errno;
   if (!S_ISDIR(status.st_mode)) return ENOTDIR;
   if (creation.volumeName.size() > HfsVolumeStream::longestName) return ENAMETOOLONG;
+  const bool isFolderName = creation.volumeName == "." || creation.volumeName == "..";
+  if (isFolderName || creation.volumeName.contains('/') || liesWithin(creation.output, creation.sourceFolder)) {
+    return EINVAL;
+  }
+  if (!canHold(creation.sourceFolder)) return EILSEQ;
   if (!creation.overwrite && lstat(creation.output.c_str(), &status) == 0) return EEXIST;
   UnfinishedFile file(creation.output);
   if (file.failure() != 0) return file.failure();
@@ -82,8 +114,12 @@ int create(const ImageCreation& creation) {
 }  // namespace
 
 std::expected<void, std::string> createImage(const ImageCreation& creation) {
-  if (const int failure = create(creation); failure != 0) return std::unexpected(errorText(failure));
-  return {};
+  try {
+    if (const int failure = create(creation); failure != 0) return std::unexpected(errorText(failure));
+    return {};
+  } catch (const std::filesystem::filesystem_error& error) {
+    return std::unexpected(errorText(error.code().value()));
+  }
 }
 
 }  // namespace tools

@@ -95,9 +95,9 @@ int bootstrap(const Machine& machine, const std::string& domain, const std::stri
 
 int bootout(const Machine& machine, const std::string& target) {
   const auto slash = target.find('/', target.find('/') + 1);
+  if (!isOwnDomain(target.substr(0, slash))) return failed("Boot-out", unsupportedDomain);
   const std::string name = slash == std::string::npos ? "" : target.substr(slash + 1);
-  const bool isLoaded = isOwnDomain(target.substr(0, slash)) && isUsableLabel(name);
-  if (!isLoaded || unlink(fileOfJob(machine, name).c_str()) != 0) return failed("Boot-out", ESRCH);
+  if (!isUsableLabel(name) || unlink(fileOfJob(machine, name).c_str()) != 0) return failed("Boot-out", ESRCH);
   return 0;
 }
 

@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 #include <spawn.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace tools {
@@ -62,16 +63,19 @@ bool isRunning(const Machine& machine, const std::string& bundle) {
   });
 }
 
-/// In a session of its own, with nothing of this process but its environment. Returns 0 or the errno.
-int spawn(const std::string& path, std::vector<std::string> words) {
+/// In a session of its own, with nothing of this process but its environment; not even the file of functions that bash
+/// is to read, which goes with the agent. Returns 0 and the process, or the errno.
+int spawn(const std::string& path, std::vector<std::string> words, pid_t& process) {
   words.insert(words.begin(), path);
   const std::vector<char*> arguments = platform::posix::argumentVector(words);
+  unsetenv("BASH_ENV");  // NOLINT(concurrency-mt-unsafe): there is one thread
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
   }
+  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
   posix_spawn_file_actions_addchdir_np(&actions, "/");
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
@@ -81,26 +85,41 @@ int spawn(const std::string& path, std::vector<std::string> words) {
   sigfillset(&signals);
   posix_spawnattr_setsigdefault(&attributes, &signals);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  pid_t process = 0;
   const int failure = posix_spawn(&process, path.c_str(), &actions, &attributes, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   return failure;
 }
 
-/// Starts it detached and waits until its process is there to be seen, which is a moment after it was started: when its
-/// end of a pipe that is closed on execution is gone. Returns 0 or the errno.
+/// What launchd is on a Mac: the parent of the application, there to take note of its end. Without it an application
+/// that has quit would be a zombie, and to `kill -0` alive, until the machine's first process took it, if that ever
+/// does.
+[[noreturn]] void keep(const std::string& path, std::vector<std::string> arguments, const FileDescriptor& report) {
+  setsid();
+  const int nowhere = ::open("/dev/null", O_RDWR);
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nowhere, descriptor);
+  pid_t process = 0;
+  const int failure = spawn(path, std::move(arguments), process);
+  const bool isReported = write(report.get(), &failure, sizeof failure) == sizeof failure;
+  close_range(STDERR_FILENO + 1, ~0U, 0);
+  while (isReported && failure == 0 && waitpid(process, nullptr, 0) < 0 && errno == EINTR) continue;
+  _exit(0);
+}
+
+/// Starts it detached and waits until its process is there to be seen, which is when its keeper says so. Returns 0 or
+/// the errno.
 int launch(const std::string& path, std::vector<std::string> arguments) {
   std::array<int, 2> ends{-1, -1};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return errno;
   const FileDescriptor readingEnd(ends[0]);
   FileDescriptor writingEnd(ends[1]);
-  if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) return errno;
-  if (const int failure = spawn(path, std::move(arguments)); failure != 0) return failure;
+  const pid_t keeper = fork();
+  if (keeper < 0) return errno;
+  if (keeper == 0) keep(path, std::move(arguments), writingEnd);
   writingEnd.reset();
-  char byte = 0;
-  while (read(readingEnd.get(), &byte, 1) < 0 && errno == EINTR) continue;
-  return 0;
+  int failure = EIO;
+  while (read(readingEnd.get(), &failure, sizeof failure) < 0 && errno == EINTR) continue;
+  return failure;
 }
 
 int openApplication(const Machine& machine, const std::string& path, std::vector<std::string> arguments) {

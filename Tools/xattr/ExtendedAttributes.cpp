@@ -78,7 +78,12 @@ int ExtendedAttributes::set(const std::string& name, const std::string& value) c
 }
 
 int ExtendedAttributes::remove(const std::string& name) const {
-  return removexattr(path_.c_str(), linuxName(name).c_str()) == 0 ? 0 : asMissing(errno, path_);
+  const std::string full = linuxName(name);
+  if (removexattr(path_.c_str(), full.c_str()) == 0) return 0;
+  const int code = errno;
+  // Of a file that may not be written the kernel says so before it looks for the attribute.
+  const bool isMissing = getxattr(path_.c_str(), full.c_str(), nullptr, 0) < 0 && errno == ENODATA;
+  return isMissing ? ENODATA : asMissing(code, path_);
 }
 
 }  // namespace tools
