@@ -1,5 +1,7 @@
 #include "Platform/BinaryPropertyList.h"
 
+#include "Platform/UTF8.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstdint>
@@ -7,14 +9,12 @@
 namespace platform {
 namespace {
 
-constexpr int maximumDepth = 256;
-constexpr std::size_t maximumValues = 1'000'000;
-constexpr std::size_t maximumContents = PropertyList::maximumBytes;
 constexpr std::size_t trailerBytes = 32;
 
 class BinaryReader {
  public:
-  explicit BinaryReader(std::string_view bytes) : bytes_(bytes), valueLimit_(std::min(maximumValues, bytes.size())) {}
+  explicit BinaryReader(std::string_view bytes)
+      : bytes_(bytes), valueLimit_(std::min(PropertyList::maximumValues, bytes.size())) {}
 
   std::optional<PropertyList> read() {
     if (bytes_.size() < trailerBytes + 8 || !bytes_.starts_with("bplist00")) return std::nullopt;
@@ -50,14 +50,9 @@ class BinaryReader {
     return start <= offsetTable_ && count <= (offsetTable_ - start) / size;
   }
 
-  /// Texts and data of all values together; one that many refer to counts each time.
-  bool countContents(std::size_t bytes) {
-    contents_ += bytes;
-    return contents_ <= maximumContents;
-  }
-
-  std::optional<PropertyList> object(std::uint64_t index, int depth) {
-    if (index >= objectCount_ || depth > maximumDepth || ++values_ > valueLimit_) return std::nullopt;
+  std::optional<PropertyList> object(std::uint64_t index, std::size_t depth) {
+    if (index >= objectCount_ || depth > PropertyList::maximumDepth) return std::nullopt;
+    if (++values_ > valueLimit_) return std::nullopt;
     const std::uint64_t at = integerAt(offsetTable_ + (index * offsetBytes_), offsetBytes_);
     if (!fits(at, 1, 1)) return std::nullopt;
     const std::uint8_t marker = byteAt(at);
@@ -71,17 +66,24 @@ class BinaryReader {
       case 0x3:
         return real(at + 1, marker);
       case 0x8:
-        if (!fits(at + 1, low + 1U, 1) || low > 7) return std::nullopt;
-        return PropertyList(static_cast<std::int64_t>(integerAt(at + 1, low + 1U)));
+        // In XML it is nested once more.
+        if (!fits(at + 1, low + 1U, 1) || low > 7 || depth == PropertyList::maximumDepth) return std::nullopt;
+        return PropertyList(PropertyList::UID{integerAt(at + 1, low + 1U)});
       default:
         return sized(at, marker, depth);
     }
   }
 
   [[nodiscard]] std::optional<PropertyList> integer(std::size_t at, std::uint8_t power) const {
-    if (power > 3 || !fits(at, std::size_t{1} << power, 1)) return std::nullopt;
-    // Shorter ones are unsigned, those of 8 bytes signed.
-    return PropertyList(static_cast<std::int64_t>(integerAt(at, std::size_t{1} << power)));
+    const std::size_t length = std::size_t{1} << power;
+    if (power > 4 || !fits(at, length, 1)) return std::nullopt;
+    // Shorter ones are unsigned, those of 8 and 16 bytes signed.
+    if (power < 4) return PropertyList(static_cast<std::int64_t>(integerAt(at, length)));
+    const std::uint64_t upper = integerAt(at, 8);
+    const std::uint64_t lower = integerAt(at + 8, 8);
+    if (upper == 0) return PropertyList(lower);
+    const auto negative = static_cast<std::int64_t>(lower);
+    return upper == ~std::uint64_t{0} && negative < 0 ? std::optional<PropertyList>(negative) : std::nullopt;
   }
 
   [[nodiscard]] std::optional<PropertyList> real(std::size_t at, std::uint8_t marker) const {
@@ -103,21 +105,16 @@ class BinaryReader {
     return Extent{.start = at + 2 + length, .count = integerAt(at + 2, length)};
   }
 
-  std::optional<PropertyList> sized(std::size_t at, std::uint8_t marker, int depth) {
-    const auto contents = extent(at, marker);
-    if (!contents) return std::nullopt;
-    const auto [start, count] = *contents;
+  std::optional<PropertyList> sized(std::size_t at, std::uint8_t marker, std::size_t depth) {
+    const auto place = extent(at, marker);
+    if (!place) return std::nullopt;
+    const auto [start, count] = *place;
     switch (marker >> 4U) {
       case 0x4:
-        if (!fits(start, count, 1) || !countContents(count)) return std::nullopt;
-        return PropertyList(PropertyList::Data(bytes_.begin() + static_cast<std::ptrdiff_t>(start),
-                                               bytes_.begin() + static_cast<std::ptrdiff_t>(start + count)));
       case 0x5:
-        if (!fits(start, count, 1) || !countContents(count)) return std::nullopt;
-        return PropertyList(std::string(bytes_.substr(start, count)));
+        return fits(start, count, 1) ? contents(marker >> 4U, bytes_.substr(start, count)) : std::nullopt;
       case 0x6:
-        if (!fits(start, count, 2) || !countContents(2 * count)) return std::nullopt;
-        return PropertyList(utf8(start, count));
+        return fits(start, count, 2) ? contents(marker >> 4U, bytes_.substr(start, 2 * count)) : std::nullopt;
       case 0xA:
         return array(start, count, depth);
       case 0xD:
@@ -127,11 +124,19 @@ class BinaryReader {
     }
   }
 
+  /// Data and strings. An object can be referred to any number of times: what it unfolds to is bounded.
+  std::optional<PropertyList> contents(unsigned kind, std::string_view bytes) {
+    unfoldedBytes_ += bytes.size();
+    if (unfoldedBytes_ > PropertyList::maximumBytes) return std::nullopt;
+    if (kind == 0x4) return PropertyList(PropertyList::Data(bytes.begin(), bytes.end()));
+    return PropertyList(kind == 0x5 ? std::string(bytes) : textFromUTF16(bytes));
+  }
+
   [[nodiscard]] std::uint64_t reference(std::size_t start, std::size_t index) const {
     return integerAt(start + (index * referenceBytes_), referenceBytes_);
   }
 
-  std::optional<PropertyList> array(std::size_t start, std::size_t count, int depth) {
+  std::optional<PropertyList> array(std::size_t start, std::size_t count, std::size_t depth) {
     if (!fits(start, count, referenceBytes_)) return std::nullopt;
     PropertyList::Array elements;
     for (std::size_t i = 0; i < count; ++i) {
@@ -143,8 +148,8 @@ class BinaryReader {
   }
 
   /// First all keys, then all values.
-  std::optional<PropertyList> dictionary(std::size_t start, std::size_t count, int depth) {
-    if (count > maximumValues || !fits(start, 2 * count, referenceBytes_)) return std::nullopt;
+  std::optional<PropertyList> dictionary(std::size_t start, std::size_t count, std::size_t depth) {
+    if (count > PropertyList::maximumValues || !fits(start, 2 * count, referenceBytes_)) return std::nullopt;
     PropertyList::Dictionary entries;
     for (std::size_t i = 0; i < count; ++i) {
       const auto key = object(reference(start, i), depth + 1);
@@ -155,36 +160,6 @@ class BinaryReader {
     return entries;
   }
 
-  /// UTF-16 to UTF-8; a surrogate without its partner becomes U+FFFD.
-  [[nodiscard]] std::string utf8(std::size_t start, std::size_t units) const {
-    std::string text;
-    for (std::size_t i = 0; i < units; ++i) {
-      auto scalar = static_cast<std::uint32_t>(integerAt(start + (2 * i), 2));
-      if ((scalar & 0xFC00U) == 0xD800 && i + 1 < units) {
-        const auto low = static_cast<std::uint32_t>(integerAt(start + (2 * (i + 1)), 2));
-        if ((low & 0xFC00U) == 0xDC00) {
-          scalar = 0x10000 + ((scalar & 0x3FFU) << 10U) + (low & 0x3FFU);
-          ++i;
-        }
-      }
-      appendScalar(text, (scalar & 0xFFFFF800U) == 0xD800 ? 0xFFFD : scalar);
-    }
-    return text;
-  }
-
-  static void appendScalar(std::string& text, std::uint32_t scalar) {
-    const auto continuation = [&](unsigned shift) { return static_cast<char>(0x80U | ((scalar >> shift) & 0x3FU)); };
-    if (scalar < 0x80) {
-      text += static_cast<char>(scalar);
-    } else if (scalar < 0x800) {
-      text += {static_cast<char>(0xC0U | (scalar >> 6U)), continuation(0)};
-    } else if (scalar < 0x10000) {
-      text += {static_cast<char>(0xE0U | (scalar >> 12U)), continuation(6), continuation(0)};
-    } else {
-      text += {static_cast<char>(0xF0U | (scalar >> 18U)), continuation(12), continuation(6), continuation(0)};
-    }
-  }
-
   std::string_view bytes_;
   std::size_t valueLimit_;  // writers share no containers, so that each value takes a reference of its own
   std::size_t offsetBytes_ = 0;
@@ -192,7 +167,7 @@ class BinaryReader {
   std::uint64_t objectCount_ = 0;
   std::size_t offsetTable_ = 0;
   std::size_t values_ = 0;
-  std::size_t contents_ = 0;
+  std::size_t unfoldedBytes_ = 0;
 };
 
 }  // namespace

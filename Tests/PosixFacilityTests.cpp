@@ -266,8 +266,13 @@ TEST_F(PosixFacilities, UserDefaultsKeepKindsAndOtherKeys) {
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
   EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1) << "something was left beside the file";
 
-  rehearsal::writeFile(file, "no property list");
-  EXPECT_EQ(defaults->object("text"), std::nullopt);
+  for (const char* unreadable : {"no property list", "<plist><array/></plist>", "<plist><dict><key>k</key>", " "}) {
+    rehearsal::writeFile(file, unreadable);
+    EXPECT_EQ(defaults->object("k"), std::nullopt);
+    defaults->set("x", "text");
+    EXPECT_EQ(rehearsal::readFile(file), unreadable) << "what cannot be read was written over";
+  }
+  rehearsal::writeFile(file, "");
   defaults->set("x", "text");
   EXPECT_EQ(defaults->object("text"), PropertyList("x"));
   for (const char* name : {"", "../x", "a/b"}) EXPECT_EQ(domains.suite(name), nullptr) << name;

@@ -37,9 +37,9 @@ class FileUserDefaults final : public UserDefaults {
   [[nodiscard]] std::optional<PropertyList::Dictionary> load() const {
     const auto bytes = readRegularFile(path_, maximumDomainBytes);
     if (!bytes && bytes.error() != ENOENT) return std::nullopt;
-    if (!bytes) return PropertyList::Dictionary();
+    if (!bytes || bytes->empty()) return PropertyList::Dictionary();
     const auto plist = PropertyList::parse(*bytes);
-    return plist && plist->dictionary() != nullptr ? *plist->dictionary() : PropertyList::Dictionary();
+    return plist && plist->dictionary() != nullptr ? std::optional(*plist->dictionary()) : std::nullopt;
   }
 
   mutable std::mutex mutex_;
