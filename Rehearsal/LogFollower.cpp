@@ -4,6 +4,7 @@
 #include <array>
 #include <fstream>
 #include <stdexcept>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 #include <poll.h>
@@ -34,11 +35,12 @@ LogFollower::LogFollower(std::filesystem::path log)
 
 std::optional<LogEntry> LogFollower::next(std::chrono::steady_clock::time_point deadline) {
   while (true) {
-    if (const auto end = unread_.find('\n'); end != std::string::npos) {
-      const std::string line = unread_.substr(0, end);
-      unread_.erase(0, end + 1);
+    if (const auto end = unread_.find('\n', position_); end != std::string::npos) {
+      const std::string line = unread_.substr(position_, end - position_);
+      position_ = end + 1;
       return parsedEntry(line);
     }
+    unread_.erase(0, std::exchange(position_, 0));
     std::ifstream file(log_, std::ios::binary);
     file.seekg(offset_);
     const std::string more{std::istreambuf_iterator<char>(file), {}};

@@ -38,7 +38,8 @@ class LogFollower {
 
   std::filesystem::path log_;
   platform::posix::FileDescriptor changes_;
-  std::string unread_;
+  std::string unread_;  // from position_ on
+  std::size_t position_ = 0;
   std::streamoff offset_ = 0;
 };
 

@@ -35,7 +35,8 @@ class Saboteur {
     }
 
     const auto judge = [this](const rehearsal::SystemCall& call) {
-      if (rests || calls_++ != which_) return 0;
+      // A sanitizer writes into pipes of its own to find out what memory may be read.
+      if (rests || call.describe(call.arguments[0]).starts_with("pipe:") || calls_++ != which_) return 0;
       failed = fmt::format("{} {} with {}", rehearsal::fileSystemCallName(call.number), which_, strerrorname_np(error));
       return error;
     };
