@@ -174,7 +174,7 @@ TEST(InstalledAgentsPosts, NameNeitherTheUserNorTheirPlaces) {
       return HTTPResponse{.body = listOf(fmt::format("{}/xylophagous.dmg?{}", host, query))};
     });
     scene.serve("log.corvane.example", [&](const HTTPRequest& request) { return posts.receive(request); });
-    if (!fails) scene.serve(host, [&](const HTTPRequest&) { return HTTPResponse{.file = image}; });
+    if (!fails) scene.serve(host, [image](const HTTPRequest&) { return HTTPResponse{.file = image}; });
     if (fails) scene.mac().connect(host, 1);
     scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
     scene.startAgent();
@@ -199,7 +199,7 @@ TEST(InstalledAgentAtOnce, InstallsWhileTheApplicationUpdatesItself) {
   Scene scene({.prefix = prefix}, {}, transcript);
   const fs::path image = Maker(scene, prefix / "Orvik.app").pack({.ballastBytes = 8U << 20U});
   scene.serve("download.corvane.example", [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
-  scene.serve("images.corvane.example", [&](const HTTPRequest&) {
+  scene.serve("images.corvane.example", [&halfway, &goOn, image](const HTTPRequest&) {
     return HTTPResponse{.file = image, .progress = [&, told = false](std::size_t sent, std::size_t total) mutable {
                           if (told || sent < total / 2) return;
                           told = true;
