@@ -24,7 +24,7 @@ SupervisedProgram::SupervisedProgram(const rehearsal::Scene::Command& command, J
   supervisor_ = std::jthread(
       [this] { rehearsal::superviseCalls(listener_, [this](const auto& call) { return this->judge(call); }); });
   starter.join();
-  if (!program_) throw std::runtime_error("cannot start " + command.executable.string());
+  if (!program_) throw std::runtime_error(failure_);
 }
 
 SupervisedProgram::~SupervisedProgram() {
@@ -35,7 +35,8 @@ SupervisedProgram::~SupervisedProgram() {
 void SupervisedProgram::start(const rehearsal::Scene::Command& command) {
   try {
     program_.emplace(command.executable, command.arguments, command.environment);
-  } catch (const std::runtime_error&) {  // told by the constructor
+  } catch (const std::runtime_error& error) {
+    failure_ = error.what();  // for the constructor to throw
   }
 }
 

@@ -46,6 +46,7 @@ class SupervisedProgram {
   Judge judge_;
   platform::posix::FileDescriptor listener_;
   std::optional<rehearsal::ChildProgram> program_;
+  std::string failure_;  // to start it
   std::atomic<bool> isToEnd_ = false;
   std::mutex mutex_;
   std::map<pid_t, pid_t> processes_;  // by thread
