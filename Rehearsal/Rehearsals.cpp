@@ -70,7 +70,8 @@ std::set<std::string> imageHosts(const std::string& list) {
   std::set<std::string> hosts;
   const auto document = nlohmann::json::parse(list, nullptr, false);
   if (document.is_discarded()) return hosts;
-  for (const auto& entry : document.flatten().items()) {
+  const auto flat = document.flatten();
+  for (const auto& entry : flat.items()) {
     if (!entry.key().ends_with("/install/url") || !entry.value().is_string()) continue;
     const auto url = platform::URL::parse(entry.value().get<std::string>());
     if (url && url->scheme() == "https" && !url->host().empty()) hosts.insert(url->host());
