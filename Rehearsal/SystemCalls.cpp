@@ -147,7 +147,7 @@ void superviseCalls(const FileDescriptor& listener, const SystemCallJudge& judge
 bool runSupervised(const std::vector<int>& numbers, const SystemCallJudge& judge, const std::function<void()>& work) {
   FileDescriptor listener;
   std::atomic_flag listens;
-  std::jthread worker([&] {
+  const std::jthread worker([&] {
     listener = listenToOwnCalls(numbers);
     listens.test_and_set();
     listens.notify_one();
