@@ -18,7 +18,6 @@
 
 using namespace corvane;
 using namespace std::chrono_literals;
-using fakes::RawServer;
 using Json = nlohmann::ordered_json;
 using Sender = EmergencyUpdateServiceNimbetLogSender;
 using testing::ElementsAre;

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
