@@ -6,7 +6,6 @@
 #include "Rehearsal/StandInMac.h"
 #include "Support/Fakes.h"
 #include "Support/Machine.h"
-#include "Support/RawServer.h"
 
 #include <algorithm>
 #include <condition_variable>
