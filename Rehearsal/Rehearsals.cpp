@@ -161,7 +161,8 @@ void rehearseOwnFiles(const Stage& stage, const Setting& setting, const OwnFiles
   std::set<std::string> hosts = imageHosts(list);
   hosts.erase(CORVANE_DOWNLOAD_HOST);
   hosts.erase(CORVANE_LOG_HOST);
-  scene.serve(CORVANE_DOWNLOAD_HOST, [&](const HTTPRequest& request) {
+  // With handlers of its own: the scene outlives what is declared after it.
+  scene.serve(CORVANE_DOWNLOAD_HOST, [serveList, serveImage](const HTTPRequest& request) {
     return request.path == listPath ? serveList(request) : serveImage(request);
   });
   for (const std::string& host : hosts) scene.serve(host, serveImage);
