@@ -9,8 +9,9 @@
 namespace platform::posix {
 
 /// The environment that children get: this process's own, and on top of it what leads a script's tool names into the
-/// sysroot: its bin directories at the front of PATH, and a BASH_ENV file that defines a bash function for each tool's
-/// absolute path. The file lives in memory for as long as this object does.
+/// sysroot: its bin directories at the front of PATH (of the machine's usual one where there is none), and a BASH_ENV
+/// file that defines a bash function for each tool's absolute path. The file lives in memory for as long as this object
+/// does.
 class ShellEnvironment {
  public:
   explicit ShellEnvironment(const Sysroot& sysroot);
