@@ -85,6 +85,7 @@ json treeOf(std::string_view document) {
 
 std::optional<EmergencyUpdateList> list(std::string_view document) {
   try {
+    must(!document.contains('\0'));  // the library takes it for the end of the document
     const json tree = treeOf(document);
     EmergencyUpdateList result{.version = text(member(tree, "version"))};
     must(member(tree, "updates").is_array());
