@@ -41,7 +41,6 @@ class DataTasks : public testing::Test {
         ->resume();
     return promise->get_future();
   }
-  static std::string url(const RawServer& server) { return fmt::format("http://127.0.0.1:{}/", server.port()); }
 };
 
 TEST_F(DataTasks, EndOneWayOrAnother) {
@@ -55,17 +54,12 @@ TEST_F(DataTasks, EndOneWayOrAnother) {
     RawServer::answer(connection, "HTTP/1.1 200 OK\r\n\r\n" + std::string(300000, 'x'));
     RawServer::waitForClose(connection);
   });
-  const RawServer failing(
-      [](int connection) { RawServer::answer(connection, "HTTP/1.1 500 No\r\nContent-Length: 4\r\n\r\nsorr"); });
-  std::uint16_t refused = 0;
-  {
-    refused = RawServer([](int) {}).port();
-  }
-  auto hangs = start(url(silent), 1);
-  auto drips = start(url(drip), 1);
-  EXPECT_EQ(start(url(failing)).get(), "500 sorr");
-  EXPECT_EQ(start(url(large)).get(), "-1103");
-  EXPECT_EQ(start(fmt::format("http://127.0.0.1:{}/", refused)).get(), "-1004");
+  const RawServer failing(RawServer::answering("HTTP/1.1 500 No\r\nContent-Length: 4\r\n\r\nsorr"));
+  auto hangs = start(silent.url(), 1);
+  auto drips = start(drip.url(), 1);
+  EXPECT_EQ(start(failing.url()).get(), "500 sorr");
+  EXPECT_EQ(start(large.url()).get(), "-1103");
+  EXPECT_EQ(start(fmt::format("http://127.0.0.1:{}/", RawServer::refusingPort())).get(), "-1004");
   EXPECT_EQ(start("file:///etc/passwd").get(), "-1002");
   EXPECT_EQ(hangs.get(), "-1001");
   EXPECT_EQ(drips.get(), "-1001");
@@ -78,7 +72,7 @@ TEST_F(DataTasks, ShareAConnectionOneAfterTheOther) {
     for (int i = 0; i < 3; ++i) RawServer::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n!");
     RawServer::waitForClose(connection);
   });
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(start(url(server)).get(), "200 !");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(start(server.url()).get(), "200 !");
   EXPECT_EQ(connections, 1);
   session.reset();  // closes it, or the server would wait for ever
 }

@@ -121,11 +121,8 @@ TEST_F(FileFaults, OneFileIsMovedListedAndWrittenOrNot) {
 }
 
 TEST(SelfRemoval, TakesEveryStepWhateverCallFails) {
-  struct Removal : World {
-    void TestBody() override {}
-  };
   failEachCall(1, [](Saboteur& saboteur) {
-    Removal agent;
+    World agent;
     const fs::path plist = agent.mac.home() / "Library/LaunchAgents/com.corvane.EmergencyUpdateService.plist";
     const fs::path bundle = agent.mac.home() / "Agent.app";
     rehearsal::writeFile(plist, "job");

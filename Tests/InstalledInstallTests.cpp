@@ -91,17 +91,6 @@ INSTANTIATE_TEST_SUITE_P(
                {"Checking ability to replace app files",
                 "Installer stopped, aborting install early because replacing app files is not possible"},
                "1.79.3"},
-        Ending{"Refused",
-               {},
-               [](const Scene& scene) {
-                 rehearsal::writeFile(scene.mac().sysroot() / "etc/connect-to",
-                                      rehearsal::readFile(scene.mac().sysroot() / "etc/connect-to")
-                                          .append("")
-                                          .replace(0, 0, "images.corvane.example:443:127.0.0.1:1\n"));
-               },
-               {"Download attempt 2/3", "App download failed: {Domain=NSURLErrorDomain, Code=-1004}",
-                "Installer stopped, download failed"},
-               "1.79.3"},
         Ending{"UnsignedImage",
                {.signsImage = false},
                {},
@@ -114,11 +103,6 @@ INSTANTIATE_TEST_SUITE_P(
                "1.79.3"},
         Ending{
             "NoApplication", {.hasApp = false}, {}, {"Unarchiving", "Installer stopped, unarchiving failed"}, "1.79.3"},
-        Ending{"NoTool",
-               {},
-               [](const Scene& scene) { fs::remove(scene.mac().sysroot() / "usr/bin/hdiutil"); },
-               {"Unarchive failed, couldn't mount DMG, command status: 127", "Installer stopped, unarchiving failed"},
-               "1.79.3"},
         Ending{"FolderNotWritable",
                {},
                [](const Scene& scene) { chmod((scene.mac().sysroot() / "Applications").c_str(), 0555); },

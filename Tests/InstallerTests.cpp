@@ -4,6 +4,7 @@
 #include "Support/World.h"
 
 #include <filesystem>
+#include <thread>
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -22,8 +23,7 @@ constexpr const char* list = R"({"version":"1","updates":[{"date":"","appVersion
 const NSError offline(platform::NSURLErrorDomain, -1009);
 
 /// An install by the whole agent, with a network, tools and signatures that do as told and real files.
-class Install : public World {
- protected:
+struct Install : World {
   Install() {
     installs("1.79.3");
     serves(list);
@@ -100,6 +100,7 @@ TEST_F(Install, ReplacesTheApplicationStageByStage) {
   EXPECT_TRUE(fs::exists(image)) << "the image is left to the temporary directory";
   EXPECT_FALSE(fs::exists(app));
   EXPECT_TRUE(fs::exists(fs::path(app).parent_path() / "README")) << "of the copy only the application is removed";
+  EXPECT_FALSE(fs::exists(mac.home() / "Library/Preferences/com.corvane.ProjectOrvik.plist")) << "none ran";
 }
 
 TEST_F(Install, AsksTheRunningApplicationToQuitAndRelaunchesIt) {
@@ -125,95 +126,65 @@ TEST_F(Install, AsksTheRunningApplicationToQuitAndRelaunchesIt) {
                           "launchSourceEmergencyUpdateService && break;\n    /bin/sleep 0.1;\ndone;\n)"));
 }
 
-TEST_F(Install, ARunningApplicationIsNotNotedWhenNoneRuns) {
-  install();
-  EXPECT_FALSE(fs::exists(mac.home() / "Library/Preferences/com.corvane.ProjectOrvik.plist"));
+/// How far an install got with the application.
+enum class Touched { nothing, running, files };
+
+void expectStop(Touched touched, const std::vector<std::string>& lastRecords,
+                const std::function<void(Install&)>& sabotage) {
+  SCOPED_TRACE(lastRecords.back());
+  Install at;
+  const auto app = at.runs(501);
+  sabotage(at);
+  const std::vector<std::string> all = at.install();
+  ASSERT_GE(all.size(), lastRecords.size());
+  EXPECT_EQ(std::vector(all.end() - static_cast<std::ptrdiff_t>(lastRecords.size()), all.end()), lastRecords);
+  EXPECT_EQ(at.installedInfoPlist() == "new", touched == Touched::files);
+  EXPECT_EQ(app->wasAskedToQuit, touched != Touched::nothing);
+  for (const auto& words : at.childProcesses.started)
+    EXPECT_THAT(words.back(), testing::Not(testing::HasSubstr("/usr/bin/open")));
+  EXPECT_TRUE(fs::is_empty(at.mac.sysroot() / "Volumes")) << "still mounted";
 }
 
 TEST(InstallStops, AtTheFirstStageThatFails) {
+  using enum Touched;
   const platform::SecCodeValidity invalid{.status = -67050, .error = NSError(platform::NSOSStatusErrorDomain, -67050)};
-  struct Fixture : Install {
-    void TestBody() override {}
-    using Install::attachStatus;
-    using Install::install;
-    using Install::installedInfoPlist;
-    using Install::runs;
-    using Install::volumeHasApp;
-  };
-  using Sabotage = std::function<void(Fixture&)>;
-  struct Row {
-    Sabotage sabotage;
-    std::vector<std::string> lastRecords;
-    bool replaced;
-    bool askedToQuit;
-  };
-  const std::vector<Row> rows = {
-      {[](Fixture& at) {
-         at.workspace.registered.clear();
-         at.serves(std::string(list).replace(std::string(list).find("\"1\"]"), 3, "\"\""));
-       },
-       {"Could not retrieve orvik application URL when checking if app files can be replaced",
-        "Installer stopped, aborting install early because replacing app files is not possible"},
-       false,
-       false},
-      {[](Fixture& at) {
-         at.downloads.answer = [](const URL&) { return fakes::ScriptedURLSessions::Answer{.error = offline}; };
-       },
-       {"App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Installer stopped, download failed"},
-       false,
-       false},
-      {[&](Fixture& at) { at.codeSecurity.failures[0] = invalid; },
-       {"App verification failed, status=-67050, error={Domain=NSOSStatusErrorDomain, Code=-67050} "
-        "(InitialVerification)",
-        "Installer stopped, initial verification failed"},
-       false,
-       false},
-      {[](Fixture& at) { at.attachStatus = 1; },
-       {"Unarchiving", "Unarchive failed, couldn't mount DMG, command status: 1",
-        "Installer stopped, unarchiving failed"},
-       false,
-       false},
-      {[](Fixture& at) { at.volumeHasApp = false; },
-       {"Unarchiving", "Installer stopped, unarchiving failed"},
-       false,
-       false},
-      {[](Fixture& at) {
-         at.childProcesses.behaviour = [&at, before = at.childProcesses.behaviour](const auto& words) {
-           if (words[0] == "/usr/bin/touch") at.workspace.registered.clear();
-           return before(words);
-         };
-       },
-       {"Could not retrieve orvik application URL", "Installer stopped, replacing app files failed", "Cleaning up"},
-       false,
-       true},
-      {[&](Fixture& at) { at.codeSecurity.failures[1] = invalid; },
-       {"App verification failed, status=-67050, error={Domain=NSOSStatusErrorDomain, Code=-67050} (FinalVerification)",
-        "Installer stopped, final verification failed", "Cleaning up"},
-       true,
-       true},
-  };
-  for (const Row& row : rows) {
-    Fixture at;
-    const auto app = at.runs(501);
-    row.sabotage(at);
-    const std::vector<std::string> all = at.install();
-    ASSERT_GE(all.size(), row.lastRecords.size());
-    EXPECT_EQ(std::vector(all.end() - static_cast<std::ptrdiff_t>(row.lastRecords.size()), all.end()), row.lastRecords);
-    EXPECT_EQ(at.installedInfoPlist() == "new", row.replaced) << row.lastRecords.back();
-    EXPECT_EQ(app->wasAskedToQuit, row.askedToQuit) << row.lastRecords.back();
-    for (const auto& words : at.childProcesses.started)
-      EXPECT_THAT(words.back(), testing::Not(testing::HasSubstr("/usr/bin/open")));
-    EXPECT_TRUE(fs::is_empty(at.mac.sysroot() / "Volumes")) << "still mounted: " << row.lastRecords.back();
-  }
+  const std::string said = "App verification failed, status=-67050, error={Domain=NSOSStatusErrorDomain, Code=-67050} ";
+  expectStop(nothing,
+             {"Could not retrieve orvik application URL when checking if app files can be replaced",
+              "Installer stopped, aborting install early because replacing app files is not possible"},
+             [](Install& at) {
+               at.workspace.registered.clear();
+               at.serves(std::string(list).replace(std::string(list).find("\"1\"]"), 3, "\"\""));
+             });
+  expectStop(nothing,
+             {"App download failed: {Domain=NSURLErrorDomain, Code=-1009}", "Installer stopped, download failed"},
+             [](Install& at) {
+               at.downloads.answer = [](const URL&) { return fakes::ScriptedURLSessions::Answer{.error = offline}; };
+             });
+  expectStop(nothing, {said + "(InitialVerification)", "Installer stopped, initial verification failed"},
+             [&](Install& at) { at.codeSecurity.failures[0] = invalid; });
+  expectStop(nothing,
+             {"Unarchiving", "Unarchive failed, couldn't mount DMG, command status: 1",
+              "Installer stopped, unarchiving failed"},
+             [](Install& at) { at.attachStatus = 1; });
+  expectStop(nothing, {"Unarchiving", "Installer stopped, unarchiving failed"},
+             [](Install& at) { at.volumeHasApp = false; });
+  expectStop(
+      running,
+      {"Could not retrieve orvik application URL", "Installer stopped, replacing app files failed", "Cleaning up"},
+      [](Install& at) {
+        at.childProcesses.behaviour = [&at, before = at.childProcesses.behaviour](const auto& words) {
+          if (words[0] == "/usr/bin/touch") at.workspace.registered.clear();
+          return before(words);
+        };
+      });
+  expectStop(files, {said + "(FinalVerification)", "Installer stopped, final verification failed", "Cleaning up"},
+             [&](Install& at) { at.codeSecurity.failures[1] = invalid; });
 }
 
 TEST(InstallStops, TrulyWhateverCallOnFilesFails) {
-  struct Fixture : Install {
-    void TestBody() override {}
-    using Install::installedInfoPlist;
-  };
   fakes::failEachCall(1, [](fakes::Saboteur& saboteur) {
-    Fixture at;
+    Install at;
     const auto unhindered = [&](auto what) {
       return [&saboteur, what](const auto& about) {
         saboteur.rests = true;
@@ -295,6 +266,19 @@ TEST_F(Install, AFileThatCannotBeMovedFailsTheAttempt) {
                              "App download failed, couldn't copy to temporary folder: "
                              "{Domain=NSCocoaErrorDomain, Code=4, UnderlyingError={Domain=NSPOSIXErrorDomain, Code=2}}")
                              .Times(3));
+}
+
+TEST_F(Install, TheChecksForTheApplicationWaitForItsReplacement) {
+  fileManager_.atCopy = [this](const URL& to) {
+    if (to.path() != "/Applications/Orvik.app") return;
+    EXPECT_FALSE(fs::exists(mac.sysroot() / "Applications/Orvik.app"));
+    std::thread([this] { advance(10 * 60); }).join();  // a slow disk; the checks have a thread of their own
+  };
+  launch();
+  EXPECT_THAT(counts(), testing::IsEmpty()) << "no check can tell anything meanwhile";
+  advance(60);
+  EXPECT_THAT(counts(), ElementsAre("0/2"));
+  EXPECT_EQ(processExit.status, std::nullopt);
 }
 
 TEST(AppVerifier, BuildsTheRequirementAndSaysWhatFailed) {

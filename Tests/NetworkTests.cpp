@@ -1,7 +1,7 @@
 #include "Posix/CurlURLContents.h"
 #include "Posix/CurlURLSession.h"
 #include "Rehearsal/HTTPSServer.h"
-#include "Rehearsal/StandInMac.h"
+#include "Support/Machine.h"
 #include "Support/RawServer.h"
 
 #include <filesystem>
@@ -18,7 +18,10 @@ using rehearsal::HTTPResponse;
 
 namespace {
 
+using Raw = fakes::RawServer;
+
 constexpr const char* host = "list.example";
+constexpr const char* cutShort = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n12345";
 
 /// Reads of URLs over real TLS from loopback. A request that the test did not announce fails it.
 class Network : public testing::Test {
@@ -26,7 +29,12 @@ class Network : public testing::Test {
   rehearsal::StandInMac mac;
   const rehearsal::CertificateAuthority authority;
   std::map<std::string, HTTPResponse> pages;
+  const rehearsal::HTTPSServer https = server(authority.issue(host));
 
+  Network() {
+    mac.trust(authority.certificatePEM());
+    mac.connect(host, https.port());
+  }
   HTTPResponse answer(const HTTPRequest& request) {
     const auto page = pages.find(request.path);
     EXPECT_NE(page, pages.end()) << "unexpected request for " << request.path;
@@ -51,9 +59,6 @@ class Network : public testing::Test {
 };
 
 TEST_F(Network, WhateverTheStatusABodyIsAResult) {
-  const auto https = server(authority.issue(host));
-  mac.trust(authority.certificatePEM());
-  mac.connect(host, https.port());
   pages = {{"/ok", {.body = "list"}},
            {"/404", {.status = 404, .body = "gone"}},
            {"/500", {.status = 500, .body = ""}},
@@ -76,9 +81,6 @@ TEST_F(Network, WhateverTheStatusABodyIsAResult) {
 }
 
 TEST_F(Network, FollowsTwentyRedirectsAndNoMore) {
-  const auto https = server(authority.issue(host));
-  mac.trust(authority.certificatePEM());
-  mac.connect(host, https.port());
   for (int i = 1; i <= 21; ++i)
     pages[fmt::format("/{}", i)] = {.status = 302, .body = "", .location = fmt::format("/{}", i - 1)};
   pages["/0"] = {.body = "arrived"};
@@ -88,19 +90,17 @@ TEST_F(Network, FollowsTwentyRedirectsAndNoMore) {
 
 TEST_F(Network, OnlyTrustedCertificatesOfTheVeryHostCount) {
   const rehearsal::CertificateAuthority other;
-  mac.trust(authority.certificatePEM());
   for (const auto& [name, credentials] :
        {std::pair("another root", other.issue(host)), std::pair("another name", authority.issue("other.example")),
         std::pair("expired", authority.issue(host, -2))}) {
-    const auto https = server(credentials);
+    const auto stranger = server(credentials);
     rehearsal::writeFile(mac.sysroot() / "etc/connect-to",
-                         fmt::format("# a comment\n\n  {}:443:127.0.0.1:{}  \r\nnonsense\n", host, https.port()));
+                         fmt::format("# a comment\n\n  {}:443:127.0.0.1:{}  \r\nnonsense\n", host, stranger.port()));
     EXPECT_EQ(read("https://list.example/ok"), failed(-1202)) << name;
   }
 }
 
 TEST_F(Network, FailsWithThePlatformsCodes) {
-  using Raw = fakes::RawServer;
   const Raw reset([](int connection) {
     Raw::answer(connection, "");  // once the request is there
     const linger now{.l_onoff = 1, .l_linger = 0};
@@ -108,23 +108,17 @@ TEST_F(Network, FailsWithThePlatformsCodes) {
   });
   const Raw silent(Raw::waitForClose);
   const Raw stalled([](int connection) {
-    Raw::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n12345");
+    Raw::answer(connection, cutShort);
     Raw::waitForClose(connection);
   });
-  const Raw shortBody(
-      [](int connection) { Raw::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n12345"); });
-  const Raw noServer([](int connection) { Raw::answer(connection, "SSH-2.0-x\r\n"); });
-  const auto url = [](const Raw& server) { return fmt::format("http://127.0.0.1:{}/", server.port()); };
-  std::uint16_t unused = 0;
-  {
-    unused = Raw([](int) {}).port();
-  }
+  const Raw shortBody(Raw::answering(cutShort));
+  const Raw noServer(Raw::answering("SSH-2.0-x\r\n"));
   constexpr CurlURLContents::Limits oneSecond{.idleSeconds = 1};
-  EXPECT_EQ(read(fmt::format("http://127.0.0.1:{}/", unused)), failed(-1004));
-  EXPECT_EQ(read(url(silent), oneSecond), failed(-1001));
-  EXPECT_EQ(read(url(stalled), oneSecond), failed(-1001));
-  EXPECT_EQ(read(url(shortBody)), failed(-1005));
-  EXPECT_EQ(read(url(reset)), failed(-1005));
+  EXPECT_EQ(read(fmt::format("http://127.0.0.1:{}/", Raw::refusingPort())), failed(-1004));
+  EXPECT_EQ(read(silent.url(), oneSecond), failed(-1001));
+  EXPECT_EQ(read(stalled.url(), oneSecond), failed(-1001));
+  EXPECT_EQ(read(shortBody.url()), failed(-1005));
+  EXPECT_EQ(read(reset.url()), failed(-1005));
   EXPECT_EQ(read("http://no-such-host.invalid/"), failed(-1003));
   EXPECT_EQ(read("gopher://127.0.0.1/"), failed(-1002));
   EXPECT_EQ(read("relative"), failed(-1002)) << "a reference without a scheme";
@@ -150,9 +144,7 @@ struct Downloaded {
 
 Downloaded download(const rehearsal::StandInMac& mac, const std::string& url,
                     const URLSessionConfiguration& with = {}) {
-  posix::CurlURLSessions sessions({.sysroot = posix::Sysroot(mac.sysroot().string()),
-                                   .home = mac.home().string(),
-                                   .temporaryDirectory = mac.temporaryDirectory().string()});
+  posix::CurlURLSessions sessions(fakes::machine(mac));
   std::promise<Downloaded> promise;
   const auto task = sessions.session(with)->downloadTask(
       *URL::parse(url), [&](const auto& location, const auto& response, const auto& error) {
@@ -177,9 +169,6 @@ Downloaded download(const rehearsal::StandInMac& mac, const std::string& url,
 }
 
 TEST_F(Network, DownloadsIntoAFileOfTheSessions) {
-  const auto https = server(authority.issue(host));
-  mac.trust(authority.certificatePEM());
-  mac.connect(host, https.port());
   pages = {{"/image", {.body = std::string(20'000'000, 'i')}},
            {"/404", {.status = 404, .body = "gone"}},
            {"/empty", {.body = ""}}};
@@ -198,25 +187,15 @@ TEST_F(Network, DownloadsIntoAFileOfTheSessions) {
 }
 
 TEST_F(Network, FailedDownloadsHaveAnErrorAndNoFile) {
-  using Raw = fakes::RawServer;
-  const auto untrusted = server(authority.issue(host));
-  mac.connect(host, untrusted.port());
   mac.trust(rehearsal::CertificateAuthority().certificatePEM());
   const Raw silent(Raw::waitForClose);
-  const Raw shortBody(
-      [](int connection) { Raw::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n12345"); });
-  const Raw endless(
-      [](int connection) { Raw::answer(connection, "HTTP/1.1 200 OK\r\nContent-Length: 8589934593\r\n\r\n12345"); });
-  const auto url = [](const Raw& raw) { return fmt::format("http://127.0.0.1:{}/", raw.port()); };
-  std::uint16_t unused = 0;
-  {
-    unused = Raw([](int) {}).port();
-  }
+  const Raw shortBody(Raw::answering(cutShort));
+  const Raw endless(Raw::answering("HTTP/1.1 200 OK\r\nContent-Length: 8589934593\r\n\r\n12345"));
   const URLSessionConfiguration waiting{.timeoutIntervalForRequest = 1, .waitsForConnectivity = true};
   for (const auto& [from, code] :
        {std::pair(std::string("https://list.example/image"), -1202),
-        std::pair(fmt::format("http://127.0.0.1:{}/", unused), -1004), std::pair(url(silent), -1001),
-        std::pair(url(shortBody), -1005), std::pair(url(endless), -1103),
+        std::pair(fmt::format("http://127.0.0.1:{}/", Raw::refusingPort()), -1004), std::pair(silent.url(), -1001),
+        std::pair(shortBody.url(), -1005), std::pair(endless.url(), -1103),
         std::pair(std::string("gopher://127.0.0.1/"), -1002), std::pair(std::string("relative.dmg"), -1002),
         std::pair(std::string("file:///Library/none"), -1100), std::pair(std::string("file:///Library"), -1100),
         std::pair(std::string("file:///Volumes"), -1101)}) {

@@ -114,6 +114,18 @@ TEST_F(NotificationCenter, DropsWhatIsNoNotification) {
   EXPECT_THAT(delivered(), ElementsAre("a"));
 }
 
+TEST_F(NotificationCenter, ASocketNobodyListensOnIsRemovedByWhoPosts) {
+  center.addObserver(this, "a", immediately, hears(""));
+  const FileDescriptor in(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const auto address = platform::posix::addressInFolder(in, "dead.sock");
+  ASSERT_EQ(bind(FileDescriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)).get(),
+                 reinterpret_cast<const sockaddr*>(&*address), sizeof *address),
+            0);
+  center.post("a", {});
+  EXPECT_THAT(delivered(), ElementsAre("a"));
+  EXPECT_FALSE(fs::exists(folder / "dead.sock"));
+}
+
 TEST_F(NotificationCenter, ManyDatagramsLeaveOtherWorkItsTurn) {
   center.addObserver(this, "a", immediately, hears(""));
   center.post("a", {});

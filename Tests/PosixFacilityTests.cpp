@@ -9,8 +9,8 @@
 #include "Posix/PosixProcessInfo.h"
 #include "Posix/PosixWorkspace.h"
 #include "Rehearsal/ChildProgram.h"
-#include "Rehearsal/StandInMac.h"
 #include "Support/Fakes.h"
+#include "Support/Machine.h"
 #include "Support/RecordingLogSender.h"
 
 #include <csignal>
@@ -39,9 +39,7 @@ constexpr const char* orvik = "com.corvane.ProjectOrvik";
 class PosixFacilities : public testing::Test {
  protected:
   rehearsal::StandInMac mac;
-  Machine machine{.sysroot = Sysroot(mac.sysroot().string()),
-                  .home = mac.home().string(),
-                  .temporaryDirectory = mac.temporaryDirectory().string()};
+  Machine machine = fakes::machine(mac);
   PosixFileManager fileManager{machine.sysroot};
   HomeSearchPaths searchPaths{machine.home};
   PosixWorkspace workspace{machine};
@@ -58,6 +56,12 @@ class PosixFacilities : public testing::Test {
   }
   fs::path homeApp(const std::string& path) const {
     return bundle(mac.home() / path, {{"CFBundleIdentifier", orvik}, {"CFBundleVersion", "3.4"}});
+  }
+  /// A process of the bundle that sleeps.
+  static rehearsal::ChildProgram start(const fs::path& bundle, const char* program) {
+    fs::create_directories(bundle / "Contents/MacOS");
+    fs::copy_file("/bin/sleep", bundle / "Contents/MacOS" / program);
+    return {bundle / "Contents/MacOS" / program, {"60"}, {}};
   }
   corvane::OrvikApp::StateProviderImpl provider() const {
     return {corvane::EmergencyUpdateServiceLogger("P"), fileManager, workspace, searchPaths, processInfo};
@@ -149,11 +153,6 @@ TEST_F(PosixFacilities, ChildrenFindTheMachinesProgramsWhereNobodyNamedAPath) {
 }
 
 TEST_F(PosixFacilities, RunningApplicationsAreProcessesOfBundles) {
-  const auto start = [](const fs::path& app, const char* program) {
-    fs::create_directories(app / "Contents/MacOS");
-    fs::copy_file("/bin/sleep", app / "Contents/MacOS" / program);
-    return rehearsal::ChildProgram(app / "Contents/MacOS" / program, {"60"}, {});
-  };
   const auto identifiers = [&] {
     std::vector<std::pair<std::int32_t, std::string>> found;
     for (const auto& running : workspace.runningApplications()) {
@@ -187,10 +186,7 @@ TEST_F(PosixFacilities, RunningApplicationsAreProcessesOfBundles) {
 }
 
 TEST_F(PosixFacilities, AZombieDoesNotRun) {
-  const fs::path orvikApp = app("/Applications/Orvik.app");
-  fs::create_directories(orvikApp / "Contents/MacOS");
-  fs::copy_file("/bin/sleep", orvikApp / "Contents/MacOS/Orvik");
-  const rehearsal::ChildProgram program(orvikApp / "Contents/MacOS/Orvik", {"60"}, {});
+  const rehearsal::ChildProgram program = start(app("/Applications/Orvik.app"), "Orvik");
   program.send(SIGKILL);
   siginfo_t end{};
   waitid(P_PID, static_cast<id_t>(program.processIdentifier()), &end, WEXITED | WNOWAIT);  // dead, not yet reaped

@@ -13,8 +13,7 @@ constexpr const char* dryRunForEverybody =
     R"({"version":"1","updates":[{"date":"","appVersions":["1"],"actions":[{"dryRun":{}}]}]})";
 constexpr const char* emptyList = R"({"version":"1","updates":[]})";
 
-class Service : public World {
- protected:
+struct Service : World {
   Service() { installs("1.79.3"); }
 
   static constexpr const char* overrideKey = "com.corvane.EmergencyUpdateService.listCheckTimeIntervalSeconds";
@@ -98,10 +97,8 @@ TEST_F(Service, WithoutABundleIdentifierChecksTheListAllTheSame) {
   serves(emptyList);
   launch();
   EXPECT_THAT(records(),
-              ElementsAre("EmergencyUpdateService launching", "EmergencyUpdateService starting update watchdog",
-                          "EmergencyUpdateService starting checking list",
-                          "EmergencyUpdateService could not start cleanup manager: agentEnvironment is nil",
-                          "Emergency update list check started", "Validation succeeded with no updates"));
+              testing::IsSupersetOf({"EmergencyUpdateService could not start cleanup manager: agentEnvironment is nil",
+                                     "Validation succeeded with no updates"}));
   EXPECT_EQ(checksWithin(4 * hours - 1), 0) << "the override must not count without an identifier";
 }
 
@@ -163,31 +160,18 @@ TEST_F(Service, ADayAsleepCountsForNoMissingApplication) {
   EXPECT_THAT(records(), testing::Contains(std::string(missingCount) + "0/2"));
 }
 
-struct Override {
-  const char* name;
-  platform::PropertyList value;
-  int checksInFourHours;
-};
-
-void PrintTo(const Override& row, std::ostream* out) {
-  *out << row.name;
+TEST(ServiceOverride, ReplacesTheIntervalOnlyWhenItIsANumber) {
+  const std::vector<std::pair<platform::PropertyList, int>> rows = {
+      {0, 240}, {600, 24}, {90.5, 120}, {-1, 240}, {"600", 1}, {true, 1}, {platform::PropertyList::Date{600}, 1}};
+  for (const auto& [value, checksInFourHours] : rows) {
+    Service at;
+    at.stores(value, Service::overrideKey);
+    at.serves(emptyList);
+    at.launch();
+    EXPECT_EQ(at.checksWithin(4 * World::hours), checksInFourHours)
+        << value.serialized(platform::PropertyList::Format::xml);
+  }
 }
-
-class ServiceOverride : public Service, public testing::WithParamInterface<Override> {};
-
-TEST_P(ServiceOverride, ReplacesTheIntervalOnlyWhenItIsANumber) {
-  stores(GetParam().value, overrideKey);
-  serves(emptyList);
-  launch();
-  EXPECT_EQ(checksWithin(4 * hours), GetParam().checksInFourHours);
-}
-
-INSTANTIATE_TEST_SUITE_P(Values, ServiceOverride,
-                         testing::Values(Override{"zero", 0, 240}, Override{"integer", 600, 24},
-                                         Override{"real", 90.5, 120}, Override{"negative", -1, 240},
-                                         Override{"text", "600", 1}, Override{"boolean", true, 1},
-                                         Override{"date", platform::PropertyList::Date{600}, 1}),
-                         [](const auto& row) { return row.param.name; });
 
 TEST_F(Service, SkipsTicksWhileACheckIsRunning) {
   stores(0, overrideKey);

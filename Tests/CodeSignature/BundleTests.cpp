@@ -12,10 +12,11 @@ using namespace platform;
 using namespace platform::codesignature;
 namespace fs = std::filesystem;
 
+using Tampering = std::function<void(const std::string& contents)>;
 struct Row {
   const char* name;
-  std::function<void(const std::string& contents)> tamper;
   OSStatus expected;
+  Tampering tamper;
 };
 
 void relink(const std::string& path, const char* target) {
@@ -23,10 +24,31 @@ void relink(const std::string& path, const char* target) {
   fs::create_symlink(target, path);
 }
 
+// What may be done to an item of the bundle, by its path in Contents.
+Tampering removed(const char* name) {
+  return [name](const auto& c) { fs::remove_all(c + name); };
+}
+Tampering written(const char* name) {
+  return [name](const auto& c) {
+    fs::remove(c + name);
+    write(c + name, "about");
+  };
+}
+Tampering appended(const char* name) {
+  return [name](const auto& c) { append(c + name, "x"); };
+}
+Tampering flipped(const char* name) {
+  return [name](const auto& c) { flip(c + name, 2); };
+}
+Tampering linked(const char* name, const char* target) {
+  return [name, target](const auto& c) { relink(c + name, target); };
+}
 /// Moves an item away and puts a link to it in its place.
-void hideBehindLink(const std::string& path, const std::string& place) {
-  fs::rename(path, place);
-  fs::create_symlink(place, path);
+Tampering hidden(const char* name, const char* place) {
+  return [name, place](const auto& c) {
+    fs::rename(c + name, c + place);
+    fs::create_symlink(c + place, c + name);
+  };
 }
 
 void signAsOther(const std::string& path) {
@@ -65,122 +87,95 @@ TEST(BundleSignature, NamesCountByTheirCanonicalForm) {
 }
 
 TEST(BundleSignature, HoldsUntilOneThingIsChanged) {
-  const auto removed = [](const char* name) { return [name](const auto& c) { fs::remove_all(c + name); }; };
-  const auto added = [](const char* name) { return [name](const auto& c) { write(c + name, "x"); }; };
-  const auto appended = [](const char* name) { return [name](const auto& c) { append(c + name, "x"); }; };
-  const auto flipped = [](const char* name) { return [name](const auto& c) { flip(c + name, 2); }; };
   expectAll({
-      {"nothing", [](const auto&) {}, errSecSuccess},
-      {"the executable", flipped("/MacOS/Main"), errSecCSSignatureFailed},
-      {"text after the executable", appended("/MacOS/Main"), errSecCSSignatureInvalid},
-      {"no executable", removed("/MacOS/Main"), errSecCSSignatureInvalid},
-      {"the executable behind a link", [](const auto& c) { hideBehindLink(c + "/MacOS/Main", c + "/Resources/Main"); },
-       errSecCSRegularFile},
-      {"Info.plist", [](const auto& c) { flipAt(c + "/Info.plist", "1.10.2"); }, errSecCSInfoPlistFailed},
-      {"Info.plist that is none", [](const auto& c) { write(c + "/Info.plist", "x"); }, errSecCSInfoPlistFailed},
-      {"Info.plist behind a link", [](const auto& c) { hideBehindLink(c + "/Info.plist", c + "/Resources/I"); },
-       errSecCSRegularFile},
-      {"an executable's name with a path",
+      {"nothing", errSecSuccess, [](const auto&) {}},
+      {"the executable", errSecCSSignatureFailed, flipped("/MacOS/Main")},
+      {"text after the executable", errSecCSSignatureInvalid, appended("/MacOS/Main")},
+      {"no executable", errSecCSSignatureInvalid, removed("/MacOS/Main")},
+      {"the executable behind a link", errSecCSRegularFile, hidden("/MacOS/Main", "/Resources/Main")},
+      {"Info.plist", errSecCSInfoPlistFailed, [](const auto& c) { flipAt(c + "/Info.plist", "1.10.2"); }},
+      {"Info.plist that is none", errSecCSInfoPlistFailed, written("/Info.plist")},
+      {"Info.plist behind a link", errSecCSRegularFile, hidden("/Info.plist", "/Resources/I")},
+      {"an executable's name with a path", errSecCSBadBundleFormat,
        [](const auto& c) {
          auto text = read(c + "/Info.plist");
          write(c + "/Info.plist", text.replace(text.find("Main"), 4, "../M"));
-       },
-       errSecCSBadBundleFormat},
-      {"Contents behind a link", [](const auto& c) { hideBehindLink(c, c + ".real"); }, errSecCSBadBundleFormat},
-      {"the signature's folder behind a link", [](const auto& c) { hideBehindLink(c + "/_CodeSignature", c + "/S"); },
-       errSecCSSignatureFailed},
-      {"the seal", [](const auto& c) { flipAt(c + "/_CodeSignature/CodeResources", "about"); },
-       errSecCSResourceDirectoryFailed},
-      {"no seal", removed("/_CodeSignature/CodeResources"), errSecCSResourceDirectoryFailed},
-      {"no code directory", removed("/_CodeSignature/CodeDirectory"), errSecCSUnsigned},
-      {"no CMS", removed("/_CodeSignature/CodeSignature"), errSecCSUnsigned},
-      {"no requirements", removed("/_CodeSignature/CodeRequirements"), errSecCSSignatureFailed},
-      {"no signature's folder", removed("/_CodeSignature"), errSecCSUnsigned},
-      {"a stranger in the signature's folder", added("/_CodeSignature/x"), errSecCSUnsealedAppRoot},
-      {"a file beside Contents", added("/../x"), errSecCSUnsealedAppRoot},
-      {"the Finder's file beside Contents", added("/../.DS_Store"), errSecSuccess},
-      {"a resource", flipped("/Resources/about.txt"), errSecCSBadResource},
-      {"a resource that grew", appended("/Resources/about.txt"), errSecCSBadResource},
-      {"no resource", removed("/Resources/about.txt"), errSecCSBadResource},
-      {"a new resource", added("/Resources/new.txt"), errSecCSBadResource},
-      {"a new file in Contents", added("/new.txt"), errSecCSBadResource},
-      {"a new executable", added("/MacOS/new"), errSecCSBadResource},
-      {"an AppleDouble file", added("/Resources/._about.txt"), errSecCSBadResource},
-      {"a localization", appended("/Resources/de.lproj/words.strings"), errSecCSBadResource},
-      {"no localization, which is optional", removed("/Resources/de.lproj"), errSecSuccess},
-      {"the Finder's file, which is left out", added("/Resources/.DS_Store"), errSecSuccess},
-      {"the Finder's file as a link", [](const auto& c) { relink(c + "/Resources/.DS_Store", "x"); },
-       errSecCSDSStoreSymlink},
-      {"a link elsewhere", [](const auto& c) { relink(c + "/Resources/link", "/etc/passwd"); }, errSecCSBadResource},
-      {"a file for a link",
-       [](const auto& c) {
-         fs::remove(c + "/Resources/link");
-         write(c + "/Resources/link", "about");
-       },
-       errSecCSBadResource},
-      {"a link for a file", [](const auto& c) { relink(c + "/Resources/about.txt", "link"); }, errSecCSBadResource},
-      {"a folder for a file",
+       }},
+      {"Contents behind a link", errSecCSBadBundleFormat, hidden("", ".real")},
+      {"the signature's folder behind a link", errSecCSSignatureFailed, hidden("/_CodeSignature", "/S")},
+      {"the seal", errSecCSResourceDirectoryFailed,
+       [](const auto& c) { flipAt(c + "/_CodeSignature/CodeResources", "about"); }},
+      {"no seal", errSecCSResourceDirectoryFailed, removed("/_CodeSignature/CodeResources")},
+      {"no code directory", errSecCSUnsigned, removed("/_CodeSignature/CodeDirectory")},
+      {"no CMS", errSecCSUnsigned, removed("/_CodeSignature/CodeSignature")},
+      {"no requirements", errSecCSSignatureFailed, removed("/_CodeSignature/CodeRequirements")},
+      {"no signature's folder", errSecCSUnsigned, removed("/_CodeSignature")},
+      {"a stranger in the signature's folder", errSecCSUnsealedAppRoot, written("/_CodeSignature/x")},
+      {"a file beside Contents", errSecCSUnsealedAppRoot, written("/../x")},
+      {"the Finder's file beside Contents", errSecSuccess, written("/../.DS_Store")},
+      {"a resource", errSecCSBadResource, flipped("/Resources/about.txt")},
+      {"a resource that grew", errSecCSBadResource, appended("/Resources/about.txt")},
+      {"no resource", errSecCSBadResource, removed("/Resources/about.txt")},
+      {"a new resource", errSecCSBadResource, written("/Resources/new.txt")},
+      {"a new file in Contents", errSecCSBadResource, written("/new.txt")},
+      {"a new executable", errSecCSBadResource, written("/MacOS/new")},
+      {"an AppleDouble file", errSecCSBadResource, written("/Resources/._about.txt")},
+      {"a localization", errSecCSBadResource, appended("/Resources/de.lproj/words.strings")},
+      {"no localization, which is optional", errSecSuccess, removed("/Resources/de.lproj")},
+      {"the Finder's file, which is left out", errSecSuccess, written("/Resources/.DS_Store")},
+      {"the Finder's file as a link", errSecCSDSStoreSymlink, linked("/Resources/.DS_Store", "x")},
+      {"a link elsewhere", errSecCSBadResource, linked("/Resources/link", "/etc/passwd")},
+      {"a file for a link", errSecCSBadResource, written("/Resources/link")},
+      {"a link for a file", errSecCSBadResource, linked("/Resources/about.txt", "link")},
+      {"a folder for a file", errSecCSBadResource,
        [](const auto& c) {
          fs::remove(c + "/Resources/about.txt");
          fs::create_directory(c + "/Resources/about.txt");
-       },
-       errSecCSBadResource},
-      {"a folder behind a link", [](const auto& c) { hideBehindLink(c + "/Resources/de.lproj", c + "/../de.lproj"); },
-       errSecCSBadResource},
-      {"a FIFO", [](const auto& c) { ::mkfifo((c + "/Resources/fifo").c_str(), 0600); }, errSecCSResourceNotSupported},
+       }},
+      {"a folder behind a link", errSecCSBadResource, hidden("/Resources/de.lproj", "/../de.lproj")},
+      {"a FIFO", errSecCSResourceNotSupported, [](const auto& c) { ::mkfifo((c + "/Resources/fifo").c_str(), 0600); }},
   });
 }
 
 TEST(BundleSignature, ReachesNestedCode) {
   expectAll({
-      {"its executable", [](const auto& c) { flip(c + "/Helpers/Helper.app/Contents/MacOS/Main", 0); },
-       errSecCSSignatureFailed},
-      {"its resource", [](const auto& c) { append(c + "/Helpers/Helper.app/Contents/Resources/about.txt", "x"); },
-       errSecCSBadResource},
-      {"its signature taken off",
-       [](const auto& c) { fs::remove_all(c + "/Helpers/Helper.app/Contents/_CodeSignature"); }, errSecCSUnsigned},
-      {"signed by another team", [](const auto& c) { signAsOther(c + "/Helpers/Helper.app"); }, errSecCSBadNestedCode},
-      {"signed anew by the maker", [](const auto& c) { SigningWorld().sign(c + "/Helpers/Helper.app"); },
-       errSecSuccess},
-      {"not there", [](const auto& c) { fs::remove_all(c + "/Helpers/Helper.app"); }, errSecCSBadResource},
-      {"behind a link", [](const auto& c) { hideBehindLink(c + "/Helpers/Helper.app", c + "/../Helper.app"); },
-       errSecCSBadResource},
-      {"another one, signed by the maker",
+      {"its executable", errSecCSSignatureFailed, flipped("/Helpers/Helper.app/Contents/MacOS/Main")},
+      {"its resource", errSecCSBadResource, appended("/Helpers/Helper.app/Contents/Resources/about.txt")},
+      {"its signature taken off", errSecCSUnsigned, removed("/Helpers/Helper.app/Contents/_CodeSignature")},
+      {"signed by another team", errSecCSBadNestedCode, [](const auto& c) { signAsOther(c + "/Helpers/Helper.app"); }},
+      {"signed anew by the maker", errSecSuccess,
+       [](const auto& c) { SigningWorld().sign(c + "/Helpers/Helper.app"); }},
+      {"not there", errSecCSBadResource, removed("/Helpers/Helper.app")},
+      {"behind a link", errSecCSBadResource, hidden("/Helpers/Helper.app", "/../Helper.app")},
+      {"another one, signed by the maker", errSecCSBadResource,
        [](const auto& c) {
          fs::copy(c + "/Helpers/Helper.app", c + "/Helpers/Second.app", fs::copy_options::recursive);
-       },
-       errSecCSBadResource},
-      {"the bundle's own copy in its place",
+       }},
+      {"the bundle's own copy in its place", errSecCSBadNestedCode,
        [](const auto& c) {
          fs::remove_all(c + "/Helpers/Helper.app");
          SigningWorld world;
          fs::copy(world.bundle(), c + "/Helpers/Helper.app",
                   fs::copy_options::recursive | fs::copy_options::copy_symlinks);
          world.sign(c + "/Helpers/Helper.app");
-       },
-       errSecCSBadNestedCode},
-      {"the current version of a framework",
-       [](const auto& c) { append(c + "/Frameworks/Kit.framework/Versions/B/Kit", "x"); }, errSecCSSignatureInvalid},
-      {"another version of a framework",
-       [](const auto& c) { append(c + "/Frameworks/Kit.framework/Versions/A/Kit", "x"); }, errSecCSBadFrameworkVersion},
-      {"another version, by another team",
+       }},
+      {"the current version of a framework", errSecCSSignatureInvalid,
+       appended("/Frameworks/Kit.framework/Versions/B/Kit")},
+      {"another version of a framework", errSecCSBadFrameworkVersion,
+       appended("/Frameworks/Kit.framework/Versions/A/Kit")},
+      {"another version, by another team", errSecCSBadFrameworkVersion,
        [](const auto& c) {
          const auto kit = c + "/Frameworks/Kit.framework";
          relink(kit + "/Versions/Current", "A");
          signAsOther(kit);
          relink(kit + "/Versions/Current", "B");
-       },
-       errSecCSBadFrameworkVersion},
-      {"the other version made current",
-       [](const auto& c) { relink(c + "/Frameworks/Kit.framework/Versions/Current", "A"); }, errSecSuccess},
-      {"a version from elsewhere",
-       [](const auto& c) { relink(c + "/Frameworks/Kit.framework/Versions/Current", "../A"); },
-       errSecCSBadFrameworkVersion},
-      {"a file at the framework's root", [](const auto& c) { write(c + "/Frameworks/Kit.framework/x", "x"); },
-       errSecCSUnsealedFrameworkRoot},
-      {"a link at the framework's root that leads away",
-       [](const auto& c) { relink(c + "/Frameworks/Kit.framework/Kit", "/etc/passwd"); },
-       errSecCSUnsealedFrameworkRoot},
+       }},
+      {"the other version made current", errSecSuccess, linked("/Frameworks/Kit.framework/Versions/Current", "A")},
+      {"a version from elsewhere", errSecCSBadFrameworkVersion,
+       linked("/Frameworks/Kit.framework/Versions/Current", "../A")},
+      {"a file at the framework's root", errSecCSUnsealedFrameworkRoot, written("/Frameworks/Kit.framework/x")},
+      {"a link at the framework's root that leads away", errSecCSUnsealedFrameworkRoot,
+       linked("/Frameworks/Kit.framework/Kit", "/etc/passwd")},
   });
 }
 
@@ -197,77 +192,54 @@ TEST(BundleSignature, BindsInfoPlistToTheRequirement) {
   EXPECT_EQ(world.check(world.path("nothing.app")), errSecCSStaticCodeNotFound);
 }
 
-/// Signs a bundle with a seal made by hand.
-OSStatus statusWithSeal(const PropertyList::Dictionary& seal, HashType type) {
-  const SigningWorld world;
-  const std::string app = world.smallBundle(world.path("Old.app"), "com.corvane.Old", "old");
-  auto request = world.request();
-  request.hashTypes = {type};
-  request.resourceSeal = copyOf(viewOf(PropertyList(seal).serialized(PropertyList::Format::xml)));
-  world.sign(app, request);
-  return world.check(app);
-}
-
 TEST(BundleSignature, AcceptsOldSealsAndRefusesBrokenOnes) {
   using Dictionary = PropertyList::Dictionary;
   const Bytes sha1 = digest(HashType::sha1, viewOf("about"));
   const Bytes sha256 = digest(HashType::sha256, viewOf("about"));
   const Dictionary rules = {{"^.*", true}, {"^Info\\.plist$", Dictionary{{"omit", true}, {"weight", 20}}}};
   const auto files = [](const PropertyList& value) { return Dictionary{{"Resources/about.txt", value}}; };
-  struct Case {
+  const auto ruled = [](const PropertyList& value) { return Dictionary{{"rules2", value}, {"files2", Dictionary{}}}; };
+  const auto hashed = [&](const Bytes& hash) {
+    return Dictionary{{"rules2", rules}, {"files2", files(Dictionary{{"hash2", hash}})}};
+  };
+  struct Seal {
     const char* name;
-    Dictionary seal;
-    HashType type;
     OSStatus expected;
+    Dictionary seal;
+    HashType type = HashType::sha256;
   };
-  const std::vector<Case> cases = {
-      {"version 1, SHA-1 throughout", {{"rules", rules}, {"files", files(sha1)}}, HashType::sha1, errSecSuccess},
-      {"version 1 beneath a SHA-256 directory",
-       {{"rules", rules}, {"files", files(sha1)}},
-       HashType::sha256,
-       errSecCSBadResource},
+  const std::vector<Seal> seals = {
+      {"version 1, SHA-1 throughout", errSecSuccess, {{"rules", rules}, {"files", files(sha1)}}, HashType::sha1},
+      {"version 1 beneath a SHA-256 directory", errSecCSBadResource, {{"rules", rules}, {"files", files(sha1)}}},
       {"version 2 with both hashes",
-       {{"rules2", rules}, {"files2", files(Dictionary{{"hash", sha1}, {"hash2", sha256}})}},
-       HashType::sha256,
-       errSecSuccess},
+       errSecSuccess,
+       {{"rules2", rules}, {"files2", files(Dictionary{{"hash", sha1}, {"hash2", sha256}})}}},
       {"version 2 counts alone",
+       errSecCSBadResource,
        {{"rules", rules}, {"files", files(sha1)}, {"rules2", rules}, {"files2", Dictionary{}}},
-       HashType::sha1,
-       errSecCSBadResource},
-      {"a hash cut short",
-       {{"rules2", rules}, {"files2", files(Dictionary{{"hash2", Bytes(sha256.begin(), sha256.begin() + 4)}})}},
-       HashType::sha256,
-       errSecCSResourcesInvalid},
-      {"an empty hash",
-       {{"rules2", rules}, {"files2", files(Dictionary{{"hash2", Bytes()}})}},
-       HashType::sha256,
-       errSecCSResourcesInvalid},
-      {"no files", {{"rules2", rules}}, HashType::sha256, errSecCSResourcesInvalid},
-      {"a pattern that is none",
-       {{"rules2", Dictionary{{"(", true}}}, {"files2", Dictionary{}}},
-       HashType::sha256,
-       errSecCSResourceRulesInvalid},
-      {"a pattern that explodes",
-       {{"rules2", Dictionary{{"((a{1,99}){1,99}){1,99}", true}}}, {"files2", Dictionary{}}},
-       HashType::sha256,
-       errSecCSResourceRulesInvalid},
-      {"rules that leave files out",
-       {{"rules2", Dictionary{{"^Nothing", true}, {"^Info", false}}}, {"files2", Dictionary{}}},
-       HashType::sha256,
-       errSecSuccess},
-      {"a rule that leaves out what another of its weight seals",
-       {{"rules2", Dictionary{{"^Info\\.", true}, {"^Info", false}}}, {"files2", Dictionary{}}},
-       HashType::sha256,
-       errSecCSBadResource},
+       HashType::sha1},
+      {"a hash cut short", errSecCSResourcesInvalid, hashed(Bytes(sha256.begin(), sha256.begin() + 4))},
+      {"an empty hash", errSecCSResourcesInvalid, hashed({})},
+      {"no files", errSecCSResourcesInvalid, {{"rules2", rules}}},
+      {"a pattern that is none", errSecCSResourceRulesInvalid, ruled(Dictionary{{"(", true}})},
+      {"a pattern that explodes", errSecCSResourceRulesInvalid, ruled(Dictionary{{"((a{1,99}){1,99}){1,99}", true}})},
+      {"rules that leave files out", errSecSuccess, ruled(Dictionary{{"^Nothing", true}, {"^Info", false}})},
+      {"a rule that leaves out what another of its weight seals", errSecCSBadResource,
+       ruled(Dictionary{{"^Info\\.", true}, {"^Info", false}})},
       {"nested code with a requirement that is none",
+       errSecCSResourcesInvalid,
        {{"rules2", Dictionary{{"^Resources/", Dictionary{{"nested", true}}}}},
-        {"files2", files(Dictionary{{"requirement", "x"}})}},
-       HashType::sha256,
-       errSecCSResourcesInvalid},
+        {"files2", files(Dictionary{{"requirement", "x"}})}}},
   };
-  for (const auto& [name, seal, type, expected] : cases) {
+  for (const auto& [name, expected, seal, type] : seals) {
     SCOPED_TRACE(name);
-    EXPECT_EQ(statusWithSeal(seal, type), expected);
+    const SigningWorld world;
+    const std::string app = world.smallBundle(world.path("Old.app"), "com.corvane.Old", "old");
+    auto request = world.request();
+    request.hashTypes = {type};
+    request.resourceSeal = copyOf(viewOf(PropertyList(seal).serialized(PropertyList::Format::xml)));
+    world.sign(app, request);
+    EXPECT_EQ(world.check(app), expected);
   }
 }
 

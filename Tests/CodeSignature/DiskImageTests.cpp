@@ -15,9 +15,21 @@ using codesigning::superBlobOf;
 using Tampering = std::function<void(const std::string& image)>;
 struct Row {
   const char* name;
-  Tampering tamper;
   OSStatus expected;
+  Tampering tamper;
 };
+
+/// Of an image that is signed before it is tampered with.
+void expectAll(const std::vector<Row>& rows) {
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const SigningWorld world;
+    const std::string image = world.image();
+    world.sign(image);
+    row.tamper(image);
+    EXPECT_EQ(world.check(image), row.expected);
+  }
+}
 
 Tampering inSignature(const std::function<void(SignatureParts&)>& change) {
   return [change](const std::string& image) {
@@ -56,86 +68,62 @@ TEST(DiskImageSignature, HoldsUntilOneThingIsChanged) {
   const auto patched = [](std::int64_t offset) { return [offset](const std::string& image) { flip(image, offset); }; };
   const auto at = [](const char* text) { return [text](const std::string& image) { flipAt(image, text); }; };
   const std::int64_t trailer = -512;
-  const std::vector<Row> rows = {
-      {"nothing", [](const std::string&) {}, errSecSuccess},
-      {"first byte of the code", patched(0), errSecCSSignatureFailed},
-      {"last byte of the code", [](const auto& image) { flip(image, static_cast<std::int64_t>(codeEnd(image)) - 1); },
-       errSecCSSignatureFailed},
-      {"a field of the trailer", patched(trailer + 216), errSecCSSignatureFailed},
-      {"a reserved byte of the trailer", patched(-1), errSecCSSignatureFailed},
-      {"the trailer's magic", patched(trailer), errSecCSUnsigned},
-      {"the trailer's signature length", patched(trailer + 311), errSecCSBadDiskImageFormat},
-      {"the trailer's signature offset, beyond the end", patched(trailer + 296), errSecCSUnsigned},
-      {"a byte after the trailer", [](const auto& image) { append(image, "x"); }, errSecCSUnsigned},
-      {"a byte between signature and trailer",
+  expectAll({
+      {"nothing", errSecSuccess, [](const std::string&) {}},
+      {"first byte of the code", errSecCSSignatureFailed, patched(0)},
+      {"last byte of the code", errSecCSSignatureFailed,
+       [](const auto& image) { flip(image, static_cast<std::int64_t>(codeEnd(image)) - 1); }},
+      {"a field of the trailer", errSecCSSignatureFailed, patched(trailer + 216)},
+      {"a reserved byte of the trailer", errSecCSSignatureFailed, patched(-1)},
+      {"the trailer's magic", errSecCSUnsigned, patched(trailer)},
+      {"the trailer's signature length", errSecCSBadDiskImageFormat, patched(trailer + 311)},
+      {"the trailer's signature offset, beyond the end", errSecCSUnsigned, patched(trailer + 296)},
+      {"a byte after the trailer", errSecCSUnsigned, [](const auto& image) { append(image, "x"); }},
+      {"a byte between signature and trailer", errSecCSBadDiskImageFormat,
        [](const auto& image) {
          const auto bytes = read(image);
          write(image, bytes.substr(0, bytes.size() - 512) + "x" + bytes.substr(bytes.size() - 512));
-       },
-       errSecCSBadDiskImageFormat},
-      {"the SuperBlob's magic", at("\xFA\xDE\x0C\xC0"), errSecCSUnsigned},
-      {"the code directory's magic", at("\xFA\xDE\x0C\x02"), errSecCSSignatureInvalid},
-      {"the identifier", at("Orvik"), errSecCSSignatureFailed},
-      {"the team", at("K4TQ9Z7M2P"), errSecCSSignatureFailed},
-      {"the requirements",
-       [](const auto& image) {
-         inSignature([](auto& parts) { parts.components[slot::requirements].back() ^= 1; })(image);
-       },
-       errSecCSSignatureFailed},
-      {"requirements left out", inSignature([](auto& parts) { parts.components.erase(slot::requirements); }),
-       errSecCSSignatureFailed},
-      {"the signature value", inSignature([](auto& parts) { parts.cms.back() ^= 1; }), errSecCSSignatureFailed},
-      {"a signed attribute", at("cdhashes"), errSecCSSignatureFailed},
-      {"a byte after the CMS", inSignature([](auto& parts) { parts.cms.push_back(0); }), errSecUnknownFormat},
-      {"no CMS", inSignature([](auto& parts) { parts.cms.clear(); }), errSecCSUnsigned},
-      {"no code directory", inSignature([](auto& parts) { parts.codeDirectories.clear(); }), errSecCSUnsigned},
-      {"a component that no slot seals",
-       inSignature([](auto& parts) { parts.components[slot::entitlements] = codesigning::emptyRequirements(); }),
-       errSecSuccess},
-      {"the same directory twice",
-       inSignature([](auto& parts) { parts.codeDirectories.push_back(parts.codeDirectories[0]); }),
-       errSecCSSignatureInvalid},
-      {"a forged alternate directory",
+       }},
+      {"the SuperBlob's magic", errSecCSUnsigned, at("\xFA\xDE\x0C\xC0")},
+      {"the code directory's magic", errSecCSSignatureInvalid, at("\xFA\xDE\x0C\x02")},
+      {"the identifier", errSecCSSignatureFailed, at("Orvik")},
+      {"the team", errSecCSSignatureFailed, at("K4TQ9Z7M2P")},
+      {"the requirements", errSecCSSignatureFailed,
+       inSignature([](auto& parts) { parts.components[slot::requirements].back() ^= 1; })},
+      {"requirements left out", errSecCSSignatureFailed,
+       inSignature([](auto& parts) { parts.components.erase(slot::requirements); })},
+      {"the signature value", errSecCSSignatureFailed, inSignature([](auto& parts) { parts.cms.back() ^= 1; })},
+      {"a signed attribute", errSecCSSignatureFailed, at("cdhashes")},
+      {"a byte after the CMS", errSecUnknownFormat, inSignature([](auto& parts) { parts.cms.push_back(0); })},
+      {"no CMS", errSecCSUnsigned, inSignature([](auto& parts) { parts.cms.clear(); })},
+      {"no code directory", errSecCSUnsigned, inSignature([](auto& parts) { parts.codeDirectories.clear(); })},
+      {"a component that no slot seals", errSecSuccess,
+       inSignature([](auto& parts) { parts.components[slot::entitlements] = codesigning::emptyRequirements(); })},
+      {"the same directory twice", errSecCSSignatureInvalid,
+       inSignature([](auto& parts) { parts.codeDirectories.push_back(parts.codeDirectories[0]); })},
+      {"a forged alternate directory", errSecCSSignatureFailed,
        [](const auto& image) {
          const auto forged = directoryFor(image, HashType::sha384, codeEnd(image));
          inSignature([&](auto& parts) { parts.codeDirectories.push_back(forged); })(image);
-       },
-       errSecCSSignatureFailed},
-      {"turned into ad-hoc code",
+       }},
+      {"turned into ad-hoc code", errSecCSSignatureFailed,
        [](const auto& image) {
          const auto adHoc = directoryFor(image, HashType::sha384, codeEnd(image), CodeDirectory::flagAdHoc);
          inSignature([&](auto& parts) { parts.codeDirectories = {adHoc}; })(image);
-       },
-       errSecCSSignatureFailed},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    const SigningWorld world;
-    const std::string image = world.image();
-    world.sign(image);
-    row.tamper(image);
-    EXPECT_EQ(world.check(image), row.expected);
-  }
+       }},
+  });
 }
 
 TEST(DiskImageSignature, AcceptsTheFormsThatAreSignedAndNoOthers) {
-  using Attributes = codesigning::DirectoryAttributes;
+  using enum codesigning::DirectoryAttributes;
   using enum HashType;
-  const std::vector<Row> rows = {
-      {"SHA-1 alone", signedWith({sha1}, Attributes::named), errSecSuccess},
-      {"SHA-1 with its alternate", signedWith({sha1, sha256}, Attributes::named), errSecSuccess},
-      {"three directories", signedWith({sha256, sha256Truncated, sha384}, Attributes::named), errSecSuccess},
-      {"one directory, not named by attributes", signedWith({sha256}, Attributes::leftOut), errSecSuccess},
-      {"an alternate not named by attributes", signedWith({sha1, sha256}, Attributes::leftOut),
-       errSecCSSignatureFailed},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    const SigningWorld world;
-    const std::string image = world.image();
-    row.tamper(image);
-    EXPECT_EQ(world.check(image), row.expected);
-  }
+  expectAll({
+      {"SHA-1 alone", errSecSuccess, signedWith({sha1}, named)},
+      {"SHA-1 with its alternate", errSecSuccess, signedWith({sha1, sha256}, named)},
+      {"three directories", errSecSuccess, signedWith({sha256, sha256Truncated, sha384}, named)},
+      {"one directory, not named by attributes", errSecSuccess, signedWith({sha256}, leftOut)},
+      {"an alternate not named by attributes", errSecCSSignatureFailed, signedWith({sha1, sha256}, leftOut)},
+  });
 }
 
 TEST(DiskImageSignature, CoversAllPagesUpToTheSignature) {

@@ -13,45 +13,34 @@ using Plan = rehearsal::SigningIdentityPlan;
 TEST(Signer, MustBeTheMaker) {
   struct Row {
     const char* name;
-    Plan plan;
-    std::uint32_t flags;
     OSStatus expected;
+    Plan plan = {};
+    std::uint32_t flags = 0;
   };
   constexpr std::uint32_t expires = CodeDirectory::flagConsiderExpiration;
   const std::vector<Row> rows = {
-      {"the maker", {}, 0, errSecSuccess},
-      {"another team", {.organizationalUnits = {"9JKQ000000"}}, 0, errSecCSReqFailed},
-      {"no team", {.organizationalUnits = {}}, 0, errSecCSReqFailed},
-      {"the maker's team first of two", {.organizationalUnits = {"K4TQ9Z7M2P", "9JKQ000000"}}, 0, errSecCSReqFailed},
-      {"no marker in the leaf", {.hasLeafMarker = false}, 0, errSecCSReqFailed},
-      {"no marker in the intermediate", {.hasIntermediateMarker = false}, 0, errSecCSReqFailed},
+      {"the maker", errSecSuccess},
+      {"another team", errSecCSReqFailed, {.organizationalUnits = {"9JKQ000000"}}},
+      {"no team", errSecCSReqFailed, {.organizationalUnits = {}}},
+      {"the maker's team first of two", errSecCSReqFailed, {.organizationalUnits = {"K4TQ9Z7M2P", "9JKQ000000"}}},
+      {"no marker in the leaf", errSecCSReqFailed, {.hasLeafMarker = false}},
+      {"no marker in the intermediate", errSecCSReqFailed, {.hasIntermediateMarker = false}},
       {"markers as extended key uses",
-       {.hasLeafMarker = false, .extendedKeyUsage = "codeSigning,1.2.840.113635.100.6.1.13"},
-       0,
-       errSecCSReqFailed},
-      {"no extended key use", {.extendedKeyUsage = ""}, 0, CSSMERR_APPLETP_INVALID_EXTENDED_KEY_USAGE},
-      {"any extended key use",
-       {.extendedKeyUsage = "anyExtendedKeyUsage"},
-       0,
-       CSSMERR_APPLETP_INVALID_EXTENDED_KEY_USAGE},
-      {"a server's key use", {.extendedKeyUsage = "serverAuth"}, 0, CSSMERR_APPLETP_INVALID_EXTENDED_KEY_USAGE},
-      {"a key not for signing", {.keyUsage = "keyEncipherment"}, 0, CSSMERR_APPLETP_INVALID_KEY_USAGE},
-      {"no key use", {.keyUsage = ""}, 0, CSSMERR_APPLETP_INVALID_KEY_USAGE},
+       errSecCSReqFailed,
+       {.hasLeafMarker = false, .extendedKeyUsage = "codeSigning,1.2.840.113635.100.6.1.13"}},
+      {"no extended key use", CSSMERR_APPLETP_INVALID_EXTENDED_KEY_USAGE, {.extendedKeyUsage = ""}},
+      {"any extended key use", CSSMERR_APPLETP_INVALID_EXTENDED_KEY_USAGE, {.extendedKeyUsage = "anyExtendedKeyUsage"}},
+      {"a server's key use", CSSMERR_APPLETP_INVALID_EXTENDED_KEY_USAGE, {.extendedKeyUsage = "serverAuth"}},
+      {"a key not for signing", CSSMERR_APPLETP_INVALID_KEY_USAGE, {.keyUsage = "keyEncipherment"}},
+      {"no key use", CSSMERR_APPLETP_INVALID_KEY_USAGE, {.keyUsage = ""}},
       {"an unknown critical extension",
-       {.unknownCriticalExtension = "1.2.3.4"},
-       0,
-       CSSMERR_APPLETP_UNKNOWN_CRITICAL_EXTEN},
-      {"a known critical extension", {.unknownCriticalExtension = "1.2.840.113635.100.6.1.99"}, 0, errSecSuccess},
-      {"expired", {.validFromDays = -20, .validUntilDays = -10}, 0, errSecSuccess},
-      {"expired, where the code minds",
-       {.validFromDays = -20, .validUntilDays = -10},
-       expires,
-       CSSMERR_TP_CERT_EXPIRED},
-      {"not valid yet, where the code minds",
-       {.validFromDays = 10, .validUntilDays = 20},
-       expires,
-       CSSMERR_TP_CERT_NOT_VALID_YET},
-      {"valid, where the code minds", {}, expires, errSecSuccess},
+       CSSMERR_APPLETP_UNKNOWN_CRITICAL_EXTEN,
+       {.unknownCriticalExtension = "1.2.3.4"}},
+      {"a known critical extension", errSecSuccess, {.unknownCriticalExtension = "1.2.840.113635.100.6.1.99"}},
+      {"expired", errSecSuccess, {.validFromDays = -20, .validUntilDays = -10}},
+      {"expired and minded", CSSMERR_TP_CERT_EXPIRED, {.validFromDays = -20, .validUntilDays = -10}, expires},
+      {"not valid yet", CSSMERR_TP_CERT_NOT_VALID_YET, {.validFromDays = 10, .validUntilDays = 20}, expires},
+      {"valid, where the code minds", errSecSuccess, {}, expires},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);

@@ -81,50 +81,28 @@ Bytes withAttribute(const Bytes& cms, int name, int type, const Bytes& value) {
 }
 
 TEST(Timestamp, DecidesTheTimeOfTheSignature) {
-  constexpr int token = NID_id_smime_aa_timeStampToken;
-  enum class Root { anchored, unknown };
-  enum class About { thisSignature, another };
+  const Plan past = {.validFromDays = -20, .validUntilDays = -10};
+  const Plan ofThatTime = {.extendedKeyUsage = "timeStamping", .validFromDays = -16, .validUntilDays = -14};
   struct Row {
     const char* name;
-    Plan signer;
-    Plan authority;
-    Root root;
-    About about;
-    long day;
-    int attribute;
-    OSStatus expected;
+    Plan signer = {};
+    long day = 0;
+    OSStatus expected = errSecSuccess;
+    Plan authority = {.extendedKeyUsage = "timeStamping", .validFromDays = -100};
+    bool hasAnchoredAuthority = true;
+    bool isOfAnotherSignature = false;
+    int attribute = NID_id_smime_aa_timeStampToken;
   };
-  const Plan past = {.validFromDays = -20, .validUntilDays = -10};
-  const Plan authority = {.extendedKeyUsage = "timeStamping", .validFromDays = -100};
-  const Plan authorityOfThatTime = {.extendedKeyUsage = "timeStamping", .validFromDays = -16, .validUntilDays = -14};
   const std::vector<Row> rows = {
-      {"now", {}, authority, Root::anchored, About::thisSignature, 0, token, errSecSuccess},
-      {"while the signer was valid", past, authority, Root::anchored, About::thisSignature, -15, token, errSecSuccess},
-      {"after the signer expired", past, authority, Root::anchored, About::thisSignature, -5, token,
-       CSSMERR_TP_CERT_EXPIRED},
-      {"before the signer was valid", past, authority, Root::anchored, About::thisSignature, -50, token,
-       CSSMERR_TP_CERT_NOT_VALID_YET},
-      {"an authority that has expired since", past, authorityOfThatTime, Root::anchored, About::thisSignature, -15,
-       token, errSecSuccess},
-      {"an authority that had expired then", past, authorityOfThatTime, Root::anchored, About::thisSignature, -12,
-       token, errSecCSSignatureFailed},
-      {"of another signature", {}, authority, Root::anchored, About::another, 0, token, errSecCSSignatureFailed},
-      {"under a root that is no anchor",
-       {},
-       authority,
-       Root::unknown,
-       About::thisSignature,
-       0,
-       token,
-       CSSMERR_TP_NOT_TRUSTED},
-      {"another attribute in its place",
-       {},
-       authority,
-       Root::anchored,
-       About::thisSignature,
-       0,
-       NID_pkcs9_countersignature,
-       errSecCSSignatureFailed},
+      {"now"},
+      {"while the signer was valid", past, -15},
+      {"after the signer expired", past, -5, CSSMERR_TP_CERT_EXPIRED},
+      {"before the signer was valid", past, -50, CSSMERR_TP_CERT_NOT_VALID_YET},
+      {"an authority that has expired since", past, -15, errSecSuccess, ofThatTime},
+      {"an authority that had expired then", past, -12, errSecCSSignatureFailed, ofThatTime},
+      {.name = "of another signature", .expected = errSecCSSignatureFailed, .isOfAnotherSignature = true},
+      {.name = "under a root that is no anchor", .expected = CSSMERR_TP_NOT_TRUSTED, .hasAnchoredAuthority = false},
+      {.name = "another attribute", .expected = errSecCSSignatureFailed, .attribute = NID_pkcs9_countersignature},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -138,12 +116,12 @@ TEST(Timestamp, DecidesTheTimeOfTheSignature) {
     const std::string image = world.image();
     world.sign(image, request);
     auto parts = signatureOf(image);
-    const Bytes value = row.about == About::thisSignature ? signatureValueOf(parts.cms) : Bytes(70, 1);
+    const Bytes value = row.isOfAnotherSignature ? Bytes(70, 1) : signatureValueOf(parts.cms);
     const Bytes stamp = tokenBy(*stamping, digest(HashType::sha256, value), row.day);
     ASSERT_FALSE(stamp.empty());
     parts.cms = withAttribute(parts.cms, row.attribute, V_ASN1_SEQUENCE, stamp);
     replaceSignature(image, codesigning::superBlobOf(parts));
-    const std::string anchors = signer.anchors + (row.root == Root::anchored ? stamper.anchors : std::string());
+    const std::string anchors = signer.anchors + (row.hasAnchoredAuthority ? stamper.anchors : std::string());
     EXPECT_EQ(world.check(image, makersRequirement, Anchors::fromPEM(anchors).value()), row.expected);
     // A byte of the token, wherever it is, is part of what must hold.
     parts.cms[parts.cms.size() - 5] ^= 1;

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -43,6 +44,11 @@ class RawServer {
   }
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
+  [[nodiscard]] std::string url() const { return fmt::format("http://127.0.0.1:{}/", port_); }
+  /// Where nobody listens any more.
+  static std::uint16_t refusingPort() {
+    return RawServer([](int) {}).port();
+  }
 
   /// Reads until the other side closes.
   static void waitForClose(int connection) {
@@ -54,6 +60,9 @@ class RawServer {
     std::string request(4096, '\0');
     [[maybe_unused]] const ssize_t received = recv(connection, request.data(), request.size(), 0);
     send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  }
+  static std::function<void(int)> answering(const std::string& bytes) {
+    return [bytes](int connection) { answer(connection, bytes); };
   }
 
  private:

@@ -14,9 +14,7 @@ platform::Bundle agentBundle(const rehearsal::StandInMac& mac) {
 
 World::World()
     : bundle(agentBundle(mac)),
-      machine_{.sysroot = platform::posix::Sysroot(mac.sysroot().string()),
-               .home = mac.home().string(),
-               .temporaryDirectory = mac.temporaryDirectory().string()},
+      machine_(fakes::machine(mac)),
       fileManager_(machine_.sysroot),
       searchPaths_(machine_.home, machine_.temporaryDirectory),
       processInfo_(machine_.sysroot),
@@ -106,6 +104,14 @@ std::vector<std::string> World::recordsBesidesCounts() {
   auto messages = records();
   std::erase_if(messages, [](const std::string& message) { return message.starts_with(missingCount); });
   return messages;
+}
+
+std::vector<std::string> World::counts() {
+  std::vector<std::string> counts;
+  for (const std::string& message : records()) {
+    if (message.starts_with(missingCount)) counts.push_back(message.substr(std::string_view(missingCount).size()));
+  }
+  return counts;
 }
 
 std::vector<std::string> World::records() {

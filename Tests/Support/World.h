@@ -4,8 +4,8 @@
 #include "Posix/FileUserDefaults.h"
 #include "Posix/PosixFileManager.h"
 #include "Posix/PosixProcessInfo.h"
-#include "Rehearsal/StandInMac.h"
 #include "Support/Fakes.h"
+#include "Support/Machine.h"
 
 #include <functional>
 #include <memory>
@@ -36,6 +36,8 @@ class World : public testing::Test {
 
   World();
   ~World() override;
+  /// So that a test can make several, one after the other.
+  void TestBody() override {}
 
   /// Puts the main application into /Applications.
   void installs(const std::string& version);
@@ -56,8 +58,9 @@ class World : public testing::Test {
 
   /// The messages of the system log since the last call.
   std::vector<std::string> records();
-  /// The same without what each check for the main application says.
+  /// The same without what each check for the main application says, and only the "n/2" of that.
   std::vector<std::string> recordsBesidesCounts();
+  std::vector<std::string> counts();
 
   rehearsal::StandInMac mac;
   fakes::VirtualClock clock;

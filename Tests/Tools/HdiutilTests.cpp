@@ -47,6 +47,12 @@ class HdiutilTests : public ToolWorld {
     return write("volume.dmg", bytes);
   }
 
+  void expectRefusal(const fs::path& image, const std::string& reason) const {
+    const Outcome outcome = attach(image);
+    EXPECT_EQ(outcome.status, 1) << image;
+    EXPECT_EQ(outcome.error, fmt::format("hdiutil: attach failed - {}\n", reason)) << image;
+    expectNothingAttached();
+  }
   void expectNothingAttached() const {
     EXPECT_TRUE(fs::is_empty(sysroot / "Volumes"));
     EXPECT_TRUE(fs::is_empty(folder / "tmp"));
@@ -112,10 +118,8 @@ TEST_F(HdiutilTests, RefusesImagesThatWouldDoHarm) {
       {"a link's text longer than a path", bigEndian64(13), bigEndian64(5000), "no mountable file systems"},
   };
   for (const Row& row : rows) {
-    const Outcome outcome = attach(volume(row.from, row.to));
-    EXPECT_EQ(outcome.status, 1) << row.name;
-    EXPECT_EQ(outcome.error, fmt::format("hdiutil: attach failed - {}\n", row.reason)) << row.name;
-    expectNothingAttached();
+    SCOPED_TRACE(row.name);
+    expectRefusal(volume(row.from, row.to), row.reason);
     fs::remove(folder / "i.dmg");
   }
 }
@@ -123,24 +127,11 @@ TEST_F(HdiutilTests, RefusesImagesThatWouldDoHarm) {
 TEST_F(HdiutilTests, RefusesWhatIsNoImage) {
   const std::string good = read(image());
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
-  struct Row {
-    fs::path image;
-    const char* reason;
-  };
-  const std::vector<Row> rows = {
-      {folder / "missing", "No such file or directory"},
-      {folder / "fifo", "image not recognized"},
-      {"/dev/zero", "image not recognized"},
-      {source, "image not recognized"},
-      {write("text", "text"), "image not recognized"},
-      {write("truncated", good.substr(0, good.size() / 2)), "image not recognized"},
-      {write("beheaded", good.substr(1000)), "image not recognized"},
-  };
-  for (const Row& row : rows) {
-    const Outcome outcome = attach(row.image);
-    EXPECT_EQ(outcome.status, 1) << row.image;
-    EXPECT_EQ(outcome.error, fmt::format("hdiutil: attach failed - {}\n", row.reason)) << row.image;
-    expectNothingAttached();
+  expectRefusal(folder / "missing", "No such file or directory");
+  for (const fs::path& other :
+       {folder / "fifo", fs::path("/dev/zero"), source, write("text", "text"),
+        write("truncated", good.substr(0, good.size() / 2)), write("beheaded", good.substr(1000))}) {
+    expectRefusal(other, "image not recognized");
   }
   EXPECT_EQ(hdiutil({"attach", folder / "i.dmg"}).status, 1) << "no mount point";
   EXPECT_EQ(hdiutil({"attach", folder / "text", "-mountpoint", "/Volumes/P/Q/V"}).status, 1);
