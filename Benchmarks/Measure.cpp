@@ -108,7 +108,7 @@ void Table::row(const std::string& what, const std::string& measured, const std:
 void writeBallast(const std::filesystem::path& path, std::size_t bytes) {
   std::filesystem::create_directories(path.parent_path());
   std::ofstream file(path, std::ios::binary);
-  std::minstd_rand random;  // NOLINT(cert-msc51-cpp): the same bytes every time
+  std::minstd_rand random;  // the same bytes every time
   std::vector<std::uint32_t> block(std::size_t{1} << 18U);
   for (std::size_t left = bytes; left > 0;) {
     std::ranges::generate(block, [&] { return static_cast<std::uint32_t>(random() << 8U ^ random()); });
