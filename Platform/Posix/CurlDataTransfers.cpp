@@ -60,6 +60,7 @@ class CurlDataTransfers::Transfer {
     if (code == CURLE_OK) {
       order_.completion(body_, request_.response(order_.request.url), std::nullopt);
     } else {
+      if (code == CURLE_ABORTED_BY_CALLBACK && isLost_) code = CURLE_GOT_NOTHING;
       const bool tooLong = code == CURLE_WRITE_ERROR;
       order_.completion(std::nullopt, std::nullopt,
                         tooLong ? dataTooLongError() : urlError(code, request_.systemError()));
@@ -86,14 +87,26 @@ class CurlDataTransfers::Transfer {
     curl_easy_setopt(handle(), CURLOPT_HTTPHEADER, headers_.get());
   }
 
-  void prepareMethod() const {
+  void prepareMethod() {
     const URLRequest& request = order_.request;
     if (request.httpMethod == "POST") {
+      curl_easy_setopt(handle(), CURLOPT_PREREQFUNCTION, &Transfer::mayBeSent);
+      curl_easy_setopt(handle(), CURLOPT_PREREQDATA, this);
       curl_easy_setopt(handle(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.httpBody.size()));
       curl_easy_setopt(handle(), CURLOPT_POSTFIELDS, request.httpBody.data());
     } else if (request.httpMethod != "GET") {
       curl_easy_setopt(handle(), CURLOPT_CUSTOMREQUEST, request.httpMethod.c_str());
     }
+  }
+
+  /// A connection that is reused may end before the answer comes, and the library would send the request again; but who
+  /// can tell whether the server has not acted on it? Only a redirect makes it go out once more.
+  static int mayBeSent(void* self, char* /*peer*/, char* /*local*/, int /*peerPort*/, int /*localPort*/) {
+    auto& transfer = *static_cast<Transfer*>(self);
+    long redirects = 0;
+    curl_easy_getinfo(transfer.handle(), CURLINFO_REDIRECT_COUNT, &redirects);
+    transfer.isLost_ = ++transfer.timesSent_ > redirects + 1;
+    return transfer.isLost_ ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
   }
 
   void addHeader(const std::string& line) {
@@ -112,6 +125,8 @@ class CurlDataTransfers::Transfer {
   long idleSeconds_;
   std::unique_ptr<curl_slist, ListFree> headers_;
   std::string body_;
+  long timesSent_ = 0;
+  bool isLost_ = false;
   CurlRequest request_;
 };
 

@@ -56,10 +56,12 @@ class RawServer {
     while (recv(connection, bytes.data(), bytes.size(), 0) > 0) {
     }
   }
-  static void answer(int connection, const std::string& bytes) {
+  /// Whether there was a request to answer.
+  static bool answer(int connection, const std::string& bytes) {
     std::string request(4096, '\0');
-    [[maybe_unused]] const ssize_t received = recv(connection, request.data(), request.size(), 0);
+    const bool isAsked = recv(connection, request.data(), request.size(), 0) > 0;
     send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return isAsked;
   }
   static std::function<void(int)> answering(const std::string& bytes) {
     return [bytes](int connection) { answer(connection, bytes); };
