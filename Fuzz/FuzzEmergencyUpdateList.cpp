@@ -12,7 +12,7 @@
 namespace {
 
 using namespace corvane;
-using json = nlohmann::json;
+using json = nlohmann::basic_json<std::map, std::vector, std::string, bool, std::int64_t, std::uint64_t, long double>;
 using Update = EmergencyUpdateList::Update;
 using Validator = EmergencyUpdateListValidator;
 using Strings = std::vector<std::string>;

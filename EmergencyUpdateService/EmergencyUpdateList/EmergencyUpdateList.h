@@ -53,8 +53,8 @@ std::string_view rawValue(EmergencyUpdateList::Update::DevicePlatform platform);
 /// the whole document. Decided here: of a key that stands twice in an object the first counts; a document nested deeper
 /// than 512 levels or holding more than a million list elements is rejected, and text of more than 64 KiB is no URL, so
 /// that memory stays within a small multiple of the document; what else is a URL is said by platform::URL::parse.
-/// Values that nobody reads must be JSON too, and their numbers within a double's range: {"dryRun":1e400} rejects the
-/// document.
+/// Values that nobody reads must be JSON too, and their numbers within the widest floating-point type's range, which is
+/// about 1e4932.
 class EmergencyUpdateListParser {
  public:
   explicit EmergencyUpdateListParser(EmergencyUpdateServiceLogger logger) : logger_(logger) {}

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <bitset>
+#include <map>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -9,7 +10,8 @@
 namespace corvane {
 namespace {
 
-using json = nlohmann::json;
+/// With the widest numbers there are: one that does not fit in them rejects the document, even where nobody reads it.
+using json = nlohmann::basic_json<std::map, std::vector, std::string, bool, std::int64_t, std::uint64_t, long double>;
 using Update = EmergencyUpdateList::Update;
 
 constexpr std::size_t maximumDepth = 512;
