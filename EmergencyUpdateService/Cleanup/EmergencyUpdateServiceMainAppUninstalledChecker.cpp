@@ -26,12 +26,12 @@ void EmergencyUpdateServiceMainAppUninstalledChecker::stop() {
 
 void EmergencyUpdateServiceMainAppUninstalledChecker::check() {
   const std::unique_lock installation(*with_.installationMutex, std::try_to_lock);
-  if (!installation) return;
-  const std::int64_t times = with_.orvikAppStateProvider->isInstalled() ? 0 : timesAppMissing_ + 1;
+  std::int64_t times = timesAppMissing_;
+  if (installation) times = with_.orvikAppStateProvider->isInstalled() ? 0 : times + 1;
   timesAppMissing_ = times;
   with_.logger.debug({"Emergency update service, times main app missing: {}/{}", times, timesAppMissingLimit_},
                      at("check()"));
-  if (times < timesAppMissingLimit_) return;
+  if (!installation || times < timesAppMissingLimit_) return;
   if (const auto delegate = delegate_.lock()) delegate->didDetectAppUninstalled();
   timesAppMissing_ = 0;
 }

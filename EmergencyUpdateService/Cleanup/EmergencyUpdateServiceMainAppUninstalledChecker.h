@@ -14,12 +14,12 @@ namespace corvane {
 /// Looks at once and then at every tick whether the main application is still installed, and tells its delegate when so
 /// many checks in a row have missed it.
 ///
-/// start() and stop() belong to the main thread; each tick's check is a background task of its own. A tick makes no
-/// check while the one before is still at work, nor while the installer is replacing the installed copy: for that
-/// moment, long with a slow disk, there is no main application, and an agent that took this for the user's wish would
-/// remove itself in the middle of the repair. The other way round the installer finds no way in once a check has begun,
-/// so an agent that is about to remove itself does not put back what the user has taken away. An install that has not
-/// come to the replacing, or is past it, holds no check up.
+/// start() and stop() belong to the main thread; each tick's check is a background task of its own. A check
+/// leaves the count as it is while the one before is still at work, and while the installer is replacing the installed
+/// copy: for that moment, long with a slow disk, there is no main application, and an agent that took this for the
+/// user's wish would remove itself in the middle of the repair. The other way round the installer finds no way in once
+/// a check has begun, so an agent that is about to remove itself does not put back what the user has taken away. An
+/// install that has not come to the replacing, or is past it, holds no check up.
 class EmergencyUpdateServiceMainAppUninstalledChecker
     : public std::enable_shared_from_this<EmergencyUpdateServiceMainAppUninstalledChecker> {
  public:
@@ -59,7 +59,7 @@ class EmergencyUpdateServiceMainAppUninstalledChecker
   /// Ends the ticks; a check that is running goes on to its end.
   void stop();
 
-  /// One check, unless another or a replacement of the installed copy is under way.
+  /// One check and its record; it counts nothing while another or a replacement of the installed copy is under way.
   void check();
 
  private:
