@@ -14,8 +14,8 @@ class URL {
  public:
   /// Parses an RFC 3986 URI reference. Characters that may not stand in a component are percent-encoded first, the
   /// whole component with them, as the platform's parser does since macOS 14. Absent: the empty text, a prefix before
-  /// the first colon that is no scheme, a port that is no number, a malformed bracket or escape, a host with an illegal
-  /// character.
+  /// the first colon that is no scheme, a port that is no number, a malformed bracket, a host with a malformed escape
+  /// or an illegal character.
   static std::optional<URL> parse(std::string_view text);
 
   /// The file URL of an absolute path; a directory's ends with a slash. The disk is not asked.

@@ -9,8 +9,8 @@
 
 namespace corvane {
 
-/// Fetches the list document. Any thread; blocks it for the whole transfer, which is limited by nothing but the
-/// platform's own time-outs.
+/// Fetches the list document. Any thread; blocks it for the whole transfer, which is limited by the platform
+/// alone: its time-outs and URLContents' bytes.
 class EmergencyUpdateListDownloader {
  public:
   EmergencyUpdateListDownloader(EmergencyUpdateServiceLogger logger, platform::URL url,

@@ -60,7 +60,6 @@ std::string sanitizedPlatformError(const platform::NSError& error, int depth) {
 std::string descriptionOfReflected(const ErrorReflection& error) {
   switch (error.displayStyle) {
     case ErrorReflection::DisplayStyle::enumeration:
-      if (!error.description.empty()) return fmt::format("({})", error.description);
       return fmt::format("({}.{})", error.typeName, error.enumCase ? textualDescription(*error.enumCase) : "");
     case ErrorReflection::DisplayStyle::structure:
       return fmt::format("({})", error.description);

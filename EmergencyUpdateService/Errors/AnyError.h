@@ -25,7 +25,7 @@ class AnyError {
   /// hold whatever a platform error's user info holds.
   [[nodiscard]] std::string description() const;
 
-  /// See sanitizedDescription().
+  /// See sanitizedDescription(). A list is an error of the domain "Array" with the code 1; its elements stay out.
   [[nodiscard]] std::string sanitizedDescription() const;
 
  private:

@@ -31,7 +31,7 @@ struct ErrorReflection {
   std::string_view typeName;         // without module and enclosing types
   std::string_view domain;           // as a platform error: the type name in full
   std::int64_t code = 1;             // as a platform error; of an enumeration the index of its case
-  std::string description;           // textual, of a structure; of an enumeration where its type has one of its own
+  std::string description;           // textual, of a structure
   std::optional<EnumCase> enumCase;  // of an enumeration
   std::optional<platform::NSError> underlyingError;
 };

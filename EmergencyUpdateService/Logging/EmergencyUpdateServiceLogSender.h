@@ -38,7 +38,8 @@ struct LogRecord {
   std::string_view function;  // "install(from:initiallyInstalledBundleVersion:)"
 };
 
-/// A destination of records. Any thread may call it, several at once; it neither throws nor makes its caller wait.
+/// A destination of records. Any thread may call it, several at once; it neither throws nor makes its caller wait for
+/// the network.
 class EmergencyUpdateServiceLogSender {
  public:
   virtual ~EmergencyUpdateServiceLogSender() = default;
