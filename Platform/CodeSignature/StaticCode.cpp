@@ -33,9 +33,12 @@ Result<SignatureParts> partsOf(const InputFile& file, const MachOSlice& slice) {
 }
 
 /// The slots whose bytes are files of a bundle, whatever the signature itself has in their place.
-void replaceComponent(SignatureParts& parts, std::uint32_t slotNumber, const std::optional<Bytes>& bytes) {
+/// In an executable without a bundle; genuine ones take a few hundred bytes. There may be one a slice.
+constexpr std::uint64_t maximumInfoPlistSection = std::uint64_t{1} << 20U;
+
+void replaceComponent(SignatureParts& parts, std::uint32_t slotNumber, std::optional<Bytes> bytes) {
   parts.components.erase(slotNumber);
-  if (bytes) parts.components.emplace(slotNumber, *bytes);
+  if (bytes) parts.components.emplace(slotNumber, std::move(*bytes));
 }
 
 }  // namespace
@@ -111,6 +114,7 @@ Result<void> StaticCode::readSlices() {
     image.parts = partsOf(executable(), slice);
     if (slice.signature) image.codeLength = slice.signature->offset;
     if (image.parts && slice.infoPlist && !bundle_) {
+      if (slice.infoPlist->length > maximumInfoPlistSection) return failed(errSecCSBadObjectFormat);
       auto bytes = executable().bytes(slice.offset + slice.infoPlist->offset, slice.infoPlist->length);
       if (!bytes) return std::unexpected(bytes.error());
       replaceComponent(*image.parts, slot::infoPlist, std::move(*bytes));

@@ -31,8 +31,7 @@ namespace platform::codesignature {
 ///  - nested code is checked in full to any depth up to 16, every version of a framework included, and the current one
 ///    and the others must meet the sealed requirement;
 ///  - links in the place of Contents, Info.plist, the executable, the seal or the signature's folder are refused, as
-///  are
-///    devices, sockets and FIFOs among the resources;
+///    are devices, sockets and FIFOs among the resources;
 ///  - a bundle's folder holds what is sealed and the Finder's own files, the signature's folder only its own.
 ///
 /// Left as the platform has it, because genuine code relies on it: SHA-1 alone, version 1 of the seal alone, seals

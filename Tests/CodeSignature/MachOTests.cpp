@@ -20,6 +20,10 @@ TEST(MachOSignature, HoldsForThinAndFatFiles) {
   world.sign(thin);  // once more, in the place of the first
   EXPECT_EQ(world.check(thin), errSecSuccess);
 
+  const std::string large = world.machO("large", x86, 2U << 20U);
+  world.sign(large);
+  EXPECT_EQ(world.check(large), errSecCSBadObjectFormat) << "an Info.plist in it of any size would be read";
+
   const std::string fat = world.path("fat");
   write(fat, fatOf({world.machO("a", x86), world.machO("b", arm)}));
   EXPECT_EQ(world.check(fat), errSecCSUnsigned);

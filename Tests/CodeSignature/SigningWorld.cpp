@@ -33,16 +33,19 @@ std::string infoPlist(const std::string& identifier, const std::string& executab
       .serialized(PropertyList::Format::xml);
 }
 
-void appendSegment(Bytes& bytes, std::string_view name, std::uint64_t offset, std::uint64_t size) {
-  constexpr std::uint32_t segment64 = 0x19;
-  const auto little = ByteOrder::littleEndian;
-  appendInteger(bytes, segment64, little);
-  appendInteger(bytes, std::uint32_t{72}, little);
-  Bytes padded(name.begin(), name.end());
-  padded.resize(16);
-  bytes.insert(bytes.end(), padded.begin(), padded.end());
+constexpr auto little = ByteOrder::littleEndian;
+
+void appendName(Bytes& bytes, std::string_view name) {
+  bytes.insert(bytes.end(), name.begin(), name.end());
+  bytes.resize(bytes.size() + 16 - name.size());
+}
+
+void appendSegment(Bytes& bytes, std::string_view name, std::uint64_t offset, std::uint64_t size,
+                   std::uint32_t sections = 0) {
+  for (const std::uint32_t field : {0x19U, 72 + (80 * sections)}) appendInteger(bytes, field, little);
+  appendName(bytes, name);
   for (const std::uint64_t field : {offset, size, offset, size}) appendInteger(bytes, field, little);
-  for (int i = 0; i < 4; ++i) appendInteger(bytes, std::uint32_t{0}, little);
+  for (const std::uint32_t field : {0U, 0U, sections, 0U}) appendInteger(bytes, field, little);
 }
 
 }  // namespace
@@ -116,17 +119,22 @@ std::string SigningWorld::bundle(const std::string& name) const {
   return app;
 }
 
-std::string SigningWorld::machO(const std::string& name, std::uint32_t cpuType) const {
-  constexpr std::uint64_t textSize = 12288;
+std::string SigningWorld::machO(const std::string& name, std::uint32_t cpuType, std::uint32_t infoPlistSize) const {
+  constexpr std::uint32_t codeSize = 12288;
+  const std::uint64_t textSize = codeSize + infoPlistSize;
   constexpr std::uint64_t linkEditSize = 120;
-  const auto little = ByteOrder::littleEndian;
   Bytes bytes;
-  for (const std::uint32_t field : {0xFEEDFACFU, cpuType, 3U, 2U, 2U, 144U, 0U, 0U})
+  for (const std::uint32_t field : {0xFEEDFACFU, cpuType, 3U, 2U, 2U, 224U, 0U, 0U})
     appendInteger(bytes, field, little);
-  appendSegment(bytes, "__TEXT", 0, textSize);
+  appendSegment(bytes, "__TEXT", 0, textSize, 1);
+  appendName(bytes, infoPlistSize > 0 ? "__info_plist" : "__text");
+  appendName(bytes, "__TEXT");
+  for (const std::uint64_t field : {std::uint64_t{0}, textSize - codeSize}) appendInteger(bytes, field, little);
+  appendInteger(bytes, codeSize, little);
+  bytes.resize(bytes.size() + 28);
   appendSegment(bytes, "__LINKEDIT", textSize, linkEditSize);
   bytes.resize(textSize + linkEditSize, 0x90);
-  std::fill(bytes.begin() + 176, bytes.begin() + 4096, std::uint8_t{0});
+  std::fill(bytes.begin() + 256, bytes.begin() + 4096, std::uint8_t{0});
   write(path(name), textOf(bytes));
   return path(name);
 }

@@ -43,7 +43,8 @@ class SigningWorld {
   std::string bundle(const std::string& name = "Orvik.app") const;
   std::string smallBundle(const std::string& path, const std::string& identifier, std::string_view executable) const;
   std::string framework(const std::string& path) const;
-  std::string machO(const std::string& name = "orvik", std::uint32_t cpuType = 0x01000007) const;
+  std::string machO(const std::string& name = "orvik", std::uint32_t cpuType = 0x01000007,
+                    std::uint32_t infoPlistSize = 0) const;
 
   [[nodiscard]] platform::codesigning::SigningRequest request() const;
   void sign(const std::string& path) const { sign(path, request()); }
