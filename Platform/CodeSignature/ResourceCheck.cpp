@@ -4,6 +4,7 @@
 #include "CodeSignature/InputFile.h"
 #include "CodeSignature/Parallel.h"
 #include "CodeSignature/SignatureFolder.h"
+#include "Platform/UTF8.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -30,8 +31,23 @@ bool isASCII(std::string_view text) {
   return std::ranges::all_of(text, [](unsigned char c) { return c < 0x80; });
 }
 
-/// Unicode's NFC; a text that is not UTF-8 as it stands.
+/// Whether more combining marks follow each other than Unicode's stream-safe format allows. The library's time to order
+/// them grows with the square of their number.
+bool hasTooManyMarks(std::string_view text) {
+  constexpr int limit = 30;
+  int marks = 0;
+  while (const auto scalar = firstScalar(text)) {
+    const bool isMark = utf8proc_get_property(static_cast<utf8proc_int32_t>(scalar->value))->combining_class != 0;
+    marks = isMark ? marks + 1 : 0;
+    if (marks > limit) return true;
+    text.remove_prefix(scalar->bytes);
+  }
+  return false;
+}
+
+/// Unicode's NFC; as it stands a text that is not UTF-8 or that no language writes.
 std::string canonicalForm(const std::string& text) {
+  if (hasTooManyMarks(text)) return text;
   utf8proc_uint8_t* form = nullptr;
   const utf8proc_ssize_t length =
       utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),
@@ -121,11 +137,11 @@ class ResourceWalk {
   /// The sealed entry for a path, marked as seen; reports one that is not sealed, or as something else.
   const SealedResource* sealed(const std::string& path, Kind kind) {
     const auto found = findSealed(path);
-    if (found == seal_.resources.end()) {
+    // A Mac's file systems cannot hold two names that differ in their form alone; one of them is not sealed.
+    if (found == seal_.resources.end() || !visited_.insert(found->first).second) {
       report(errSecCSBadResource, kSecCFErrorResourceAdded, path);
       return nullptr;
     }
-    visited_.insert(found->first);
     if (found->second.kind == kind) return &found->second;
     report(errSecCSBadResource, kSecCFErrorResourceAltered, path);
     return nullptr;

@@ -5,6 +5,7 @@
 #include "CodeSignature/SignatureFolder.h"
 #include "CodeSignature/StaticCode.h"
 #include "Platform/PropertyList.h"
+#include "Platform/UTF8.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -96,6 +97,10 @@ class Sealer {
     if (path == mainExecutable_ || path == SignatureFolder::name || path == SignatureFolder::sealName) return {};
     const auto verdict = rules_.verdict(path);
     const bool isNested = verdict && verdict->nested;
+    const auto isControl = [](unsigned char c) { return c < 0x20; };
+    if (!utf16FromText(entry.name) || std::ranges::any_of(entry.name, isControl)) {
+      return std::unexpected(path + ": XML cannot hold the name");
+    }
     if (entry.kind == DirectoryEntry::Kind::directory) {
       return isNested && entry.name.contains('.') ? sealNested(path) : descend(directory, entry.name, path);
     }

@@ -79,7 +79,7 @@ TEST(BundleSignature, NamesCountByTheirCanonicalForm) {
   EXPECT_EQ(world.check(app), errSecSuccess);
   fs::rename(folder + "\u00e9\ud55c.txt", folder + "e\u0301\u1112\u1161\u11ab.txt");
   EXPECT_EQ(world.check(app), errSecSuccess);
-  write(folder + "\u00e9\ud55c.txt", "y");  // both, and one of them altered
+  write(folder + "\u00e9\ud55c.txt", "x");  // both, with what was sealed in both
   EXPECT_EQ(world.check(app), errSecCSBadResource);
   fs::remove(folder + "\u00e9\ud55c.txt");
   fs::rename(folder + "e\u0301\u1112\u1161\u11ab.txt", folder + "e\u0300.txt");
