@@ -19,8 +19,9 @@ class UserDefaults {
   /// The value under `key`; absent when there is none or the domain cannot be read.
   [[nodiscard]] virtual std::optional<PropertyList> object(std::string_view key) const = 0;
 
-  /// Stores the value, other keys kept exactly. A domain that holds something else than a property list we can read is
-  /// left alone, and nothing is stored; an empty file is an empty domain. Neither that nor a failed write is reported.
+  /// Stores the value, other keys kept exactly. A domain that holds something else than a property list we can read, or
+  /// would grow beyond what we can read, is left alone, and nothing is stored; an empty file is an empty domain.
+  /// Neither that nor a failed write is reported.
   virtual void set(const PropertyList& value, std::string_view key) = 0;
 };
 

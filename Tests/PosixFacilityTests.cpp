@@ -268,6 +268,11 @@ TEST_F(PosixFacilities, UserDefaultsKeepKindsAndOtherKeys) {
     defaults->set("x", "text");
     EXPECT_EQ(rehearsal::readFile(file), unreadable) << "what cannot be read was written over";
   }
+  fs::remove(file);
+  fs::create_symlink("away", file);
+  defaults->set("x", "text");
+  EXPECT_TRUE(fs::is_symlink(file)) << "a domain that is away was written over";
+  fs::remove(file);
   rehearsal::writeFile(file, "");
   defaults->set("x", "text");
   EXPECT_EQ(defaults->object("text"), PropertyList("x"));

@@ -41,7 +41,7 @@ std::expected<std::string, int> readRegularFile(const std::string& machinePath, 
 }
 
 int replaceFile(const std::string& machinePath, std::string_view bytes) {
-  std::string temporaryPath = machinePath + ".XXXXXX";
+  std::string temporaryPath = machinePath.substr(0, machinePath.rfind('/') + 1) + ".replacement-XXXXXX";
   FileDescriptor file(mkostemp(temporaryPath.data(), O_CLOEXEC));
   if (!file) return errno;
   int failure = writeAll(file.get(), bytes);

@@ -3,6 +3,8 @@
 #include "Platform/UserDefaults.h"
 #include "Posix/Machine.h"
 
+#include <memory>
+#include <mutex>
 #include <string>
 
 namespace platform::posix {
@@ -18,6 +20,7 @@ class FileUserDefaultsDomains final : public UserDefaultsDomains {
 
  private:
   std::string folder_;
+  std::shared_ptr<std::mutex> mutex_ = std::make_shared<std::mutex>();  // one for all domains: they may be the same
   std::shared_ptr<UserDefaults> standard_;
 };
 
