@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -17,7 +18,7 @@ class BinaryReader {
       : bytes_(bytes), valueLimit_(std::min(PropertyList::maximumValues, bytes.size())) {}
 
   std::optional<PropertyList> read() {
-    if (bytes_.size() < trailerBytes + 8 || !bytes_.starts_with("bplist00")) return std::nullopt;
+    if (bytes_.size() < trailerBytes + 8 || !bytes_.starts_with("bplist0")) return std::nullopt;
     const std::size_t trailer = bytes_.size() - trailerBytes;
     offsetBytes_ = byteAt(trailer + 6);
     referenceBytes_ = byteAt(trailer + 7);
@@ -66,12 +67,18 @@ class BinaryReader {
       case 0x3:
         return real(at + 1, marker);
       case 0x8:
-        // In XML it is nested once more.
-        if (!fits(at + 1, low + 1U, 1) || low > 7 || depth == PropertyList::maximumDepth) return std::nullopt;
-        return PropertyList(PropertyList::UID{integerAt(at + 1, low + 1U)});
+        return uid(at + 1, low + 1U, depth);
       default:
         return sized(at, marker, depth);
     }
+  }
+
+  [[nodiscard]] std::optional<PropertyList> uid(std::size_t at, std::size_t length, std::size_t depth) const {
+    // In XML it is nested once more.
+    if (!fits(at, length, 1) || length > 8 || depth == PropertyList::maximumDepth) return std::nullopt;
+    const std::uint64_t value = integerAt(at, length);
+    if (!std::in_range<std::uint32_t>(value)) return std::nullopt;
+    return PropertyList(PropertyList::UID{static_cast<std::uint32_t>(value)});
   }
 
   [[nodiscard]] std::optional<PropertyList> integer(std::size_t at, std::uint8_t power) const {

@@ -32,7 +32,7 @@ class PropertyList {
   };
   /// A reference within a keyed archive.
   struct UID {
-    std::uint64_t value;
+    std::uint32_t value;
     bool operator==(const UID&) const = default;
   };
 
@@ -77,7 +77,8 @@ class PropertyList {
 
   /// Reads an XML or a binary property list (told apart by its first bytes). Anything that is neither, is nested deeper
   /// than `maximumDepth`, has more than `maximumValues` values and keys, or is larger than `maximumBytes` is
-  /// NSPropertyListReadCorruptError. What was read is written exactly as it was, by the XML form within its bounds.
+  /// NSPropertyListReadCorruptError. What was read is written exactly as it was, by the XML form within its
+  /// bounds (of what is no number only that, and text in the form for ASCII that is UTF-8 becomes UTF-16).
   static constexpr std::size_t maximumBytes = std::size_t{64} << 20U;
   static constexpr std::size_t maximumDepth = 256;
   static constexpr std::size_t maximumValues = 1'000'000;

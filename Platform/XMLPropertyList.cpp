@@ -156,7 +156,9 @@ class XMLReader {
   static PropertyList dictionary(PropertyList::Dictionary entries) {
     const auto uid = entries.size() == 1 ? entries.find("CF$UID") : entries.end();
     const auto number = uid == entries.end() ? std::nullopt : uid->second.unsignedInteger();
-    return number ? PropertyList(PropertyList::UID{*number}) : PropertyList(std::move(entries));
+    const bool isUID = number && std::in_range<std::uint32_t>(*number);
+    return isUID ? PropertyList(PropertyList::UID{static_cast<std::uint32_t>(*number)})
+                 : PropertyList(std::move(entries));
   }
 
   bool place(PropertyList value) {
@@ -185,8 +187,10 @@ class XMLReader {
 }  // namespace
 
 std::optional<PropertyList> parseXMLPropertyList(std::string_view bytes) {
-  // Strictly, the XML declaration may not come after white space.
-  bytes.remove_prefix(std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size()));
+  // Strictly, the XML declaration may not come after white space. In UTF-16 it is left where it stands.
+  if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+  const std::size_t start = std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size());
+  if (bytes.substr(start).starts_with('<')) bytes.remove_prefix(start);
   return XMLReader().read(bytes);
 }
 

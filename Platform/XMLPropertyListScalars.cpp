@@ -5,6 +5,7 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 #include <fmt/format.h>
@@ -57,8 +58,11 @@ std::optional<PropertyList> integerFromText(std::string_view text) {
 std::optional<PropertyList> realFromText(std::string_view text) {
   text = trimmed(text);
   if (removePrefix(text, '+') && text.starts_with('-')) return std::nullopt;
-  const auto value = whole<double>(text);
-  return value ? std::optional<PropertyList>(*value) : std::nullopt;
+  double value = 0;
+  const auto [stop, error] = std::from_chars(text.begin(), text.end(), value);
+  if (error == std::errc::invalid_argument || stop != text.end()) return std::nullopt;
+  if (error == std::errc::result_out_of_range) value = std::strtod(std::string(text).c_str(), nullptr);
+  return PropertyList(value);
 }
 
 std::string textFromReal(double value) {

@@ -13,8 +13,8 @@ namespace platform::xml {
 /// Decimal, or hexadecimal after "0x", with or without a sign; absent beyond -2^63 and 2^64-1.
 [[nodiscard]] std::optional<PropertyList> integerFromText(std::string_view text);
 
-/// As strtod reads it in the C locale, "nan" and "infinity" included, but for hexadecimal; absent beyond double
-/// precision.
+/// As strtod reads it in the C locale, "nan" and "infinity" included, but for hexadecimal: beyond double
+/// precision infinite, or zero.
 [[nodiscard]] std::optional<PropertyList> realFromText(std::string_view text);
 
 /// The shortest text that reads back as the same value; "nan", "+infinity", "-infinity".

@@ -120,7 +120,7 @@ TEST(PropertyLists, ComeBackAsTheyWere) {
   constexpr double distantFuture = 63113904000;  // 4001-01-01
   const Array inBoth = {
       Array{true, false, 0, 1, 255, 256, 65536, 1L << 32U, -1, least, std::numeric_limits<std::int64_t>::max()},
-      Array{std::uint64_t{1} << 63U, std::numeric_limits<std::uint64_t>::max(), UID{7}, UID{1ULL << 40U}},
+      Array{std::uint64_t{1} << 63U, std::numeric_limits<std::uint64_t>::max(), UID{7}, UID{0xFFFFFFFF}},
       Array{1.0, 1.5, 0.1, 1e300, 5e-324, -infinity},
       Array{"", " 1 < 2 &amp; \r\n\t> ", "é \U0001F642 \uFFFD", "fifteen letters", std::string(70'000, 'x')},
       Array{Data{}, Data{0}, Data{0, 255}, Data(300, 0x5A)},
@@ -128,9 +128,11 @@ TEST(PropertyLists, ComeBackAsTheyWere) {
       Array{Array{}, Array{1, "1", 1.0}, Dictionary{}, Dictionary{{"", 1}, {"<k>", Array{}}}}};
   const Array inBinary = {
       Array{"a\0b"s, "\x1B\uFFFE", "\xED\xA0\xBD half a pair", "\xED\xA0\xBD\xED\xB8\x80", "\xFF\xC3"},
-      Array{Date{distantFuture + 0.25}, Date{1e300}, Dictionary{{"CF$UID", 5}}, Dictionary{{"a\0b"s, 1}, {"a", 2}}}};
+      Array{Date{distantFuture + 0.25}, Date{1e300}, Dictionary{{"CF$UID", 5}},
+            Dictionary{{"CF$UID", std::int64_t{1} << 40}}, Dictionary{{"a\0b"s, 1}, {"a", 2}}}};
   const Array inXML = {Array{"a\uFFFDb", "\uFFFD\uFFFD", "\uFFFD half a pair", "\uFFFD\uFFFD", "\uFFFD\uFFFD"},
-                       Array{Date{distantFuture}, Date{970912655999}, UID{5}, Dictionary{{"a\uFFFDb", 1}, {"a", 2}}}};
+                       Array{Date{distantFuture}, Date{970912655999}, UID{5},
+                             Dictionary{{"CF$UID", std::int64_t{1} << 40}}, Dictionary{{"a\uFFFDb", 1}, {"a", 2}}}};
   for (const auto format : {PropertyList::Format::binary, PropertyList::Format::xml}) {
     for (const auto& row : inBoth) EXPECT_EQ(rewritten(row, format), row) << row.serialized(PropertyList::Format::xml);
     EXPECT_TRUE(std::isnan(*rewritten(std::nan(""), format).number()));
@@ -224,7 +226,7 @@ TEST(PropertyLists, RefuseWhatIsNone) {
       {"<true>x</true>", "<string>\x1B</string>", "<string>\xFF</string>", "<string>&#0;</string>"},
       {"<integer/>", "<integer>1.5</integer>", "<integer>--1</integer>", "<integer>0x</integer>"},
       {"<integer>18446744073709551616</integer>", "<integer>-9223372036854775809</integer>"},
-      {"<real/>", "<real>1,5</real>", "<real>+-1</real>", "<real>1e999</real>"},
+      {"<real/>", "<real>1,5</real>", "<real>+-1</real>", "<real>1e999x</real>"},
       {"<data>AP8</data>", "<data>A===</data>", "<data>AP8=AAAA</data>", "<data>A%8=</data>", "<date/>"},
       {"<date>2001-02-29T00:00:00Z</date>", "<date>2001-01-01T24:00:00Z</date>", "<date>2001-01-01T00:00:00</date>"},
       {"<date>40000-01-01T00:00:00Z</date>", "<date>2001-01-01 00:00:00Z</date>"}};
