@@ -29,5 +29,7 @@ int main(int argc, char** argv) {
   verification.path = path;
   if (test->count() > 0) verification.requirement = requirement;
   if (sign->count() > 0) return codesigntool::sign(signing);
-  return isVerification ? codesigntool::verify(verification) : usage;
+  if (isVerification) return codesigntool::verify(verification);
+  std::fputs("codesign: one of --sign and --verify is needed\n", stderr);
+  return usage;
 }

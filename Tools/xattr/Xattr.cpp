@@ -63,7 +63,9 @@ class Run {
     const std::string top = sysroot_.machinePath(path);
     std::error_code error;
     if (!fs::is_directory(top, error)) return;
-    for (fs::recursive_directory_iterator entry(top, error), end; !error && entry != end; entry.increment(error)) {
+    constexpr auto options = fs::directory_options::skip_permission_denied;  // visit() has reported it
+    for (fs::recursive_directory_iterator entry(top, options, error), end; !error && entry != end;
+         entry.increment(error)) {
       visit(path + entry->path().native().substr(top.size()));
     }
     if (error) fail(fmt::format("[Errno {}] {}: '{}'", error.value(), errorText(error.value()), path));
