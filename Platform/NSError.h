@@ -24,7 +24,6 @@ enum CocoaErrorCode : std::int64_t {
   NSFileReadUnknownError = 256,
   NSFileReadNoPermissionError = 257,
   NSFileReadInvalidFileNameError = 258,
-  NSFileReadCorruptFileError = 259,
   NSFileReadNoSuchFileError = 260,
   NSFileReadUnsupportedSchemeError = 262,
   NSFileReadTooLargeError = 263,

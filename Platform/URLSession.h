@@ -46,7 +46,8 @@ class URLSessionTask {
   virtual void resume() = 0;
 };
 
-/// A network session. Any thread. Completions run on threads of the session's, each once.
+/// A network session. Any thread. Completions run on threads of the session's, each once; when no
+/// thread can be had, on the caller's of resume().
 ///
 /// https and http: certificates are always verified, up to 20 redirects are followed, none from https to http; any
 /// status is a response like another. file: a regular file. Failures are of NSURLErrorDomain.
@@ -79,7 +80,7 @@ class URLSession {
 
   /// A task that exchanges a small body for another, over http or https only. Never waits for connectivity. A server
   /// that drips does not hold it for ever: it has timed out after its time-out, bytes or not. All completions of
-  /// a session's data tasks come one after the other on one thread, so they must be short.
+  /// a session's data tasks come one after the other, so they must be short.
   virtual std::shared_ptr<URLSessionTask> dataTask(const URLRequest& with, DataCompletion completionHandler) = 0;
 };
 

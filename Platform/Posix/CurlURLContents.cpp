@@ -40,9 +40,7 @@ std::expected<std::string, NSError> CurlURLContents::download(const URL& url) co
   const CURLcode code = curl_easy_perform(request.get());
   if (code == CURLE_OK) return std::move(body.bytes);
   if (code == CURLE_WRITE_ERROR) return std::unexpected(NSError(NSCocoaErrorDomain, NSFileReadTooLargeError));
-  long systemError = 0;
-  curl_easy_getinfo(request.get(), CURLINFO_OS_ERRNO, &systemError);
-  return std::unexpected(failure.withUnderlying(urlError(code, systemError)));
+  return std::unexpected(failure.withUnderlying(urlError(code, request.systemError())));
 }
 
 }  // namespace platform::posix

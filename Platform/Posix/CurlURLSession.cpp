@@ -59,6 +59,7 @@ bool nameServiceIsMissing(const URL& url) {
   return failure == EAI_AGAIN;
 }
 
+/// `url` is the one that failed, after the redirects so far.
 bool mayWaitForConnectivity(const Outcome& outcome, const URL& url) {
   if (outcome.code == CURLE_COULDNT_RESOLVE_HOST) return nameServiceIsMissing(url);
   if (outcome.code != CURLE_COULDNT_CONNECT) return false;
@@ -138,12 +139,12 @@ class DownloadTask final : public URLSessionTask, public std::enable_shared_from
       URLResponse response{.url = url_};
       const Outcome outcome = attempt(file, deadline, response);
       if (outcome.code == CURLE_OK) return response;
-      const bool waits = configuration_.waitsForConnectivity && mayWaitForConnectivity(outcome, url_);
-      if (!waits || Clock::now() + pause >= deadline) {
+      const bool waits = configuration_.waitsForConnectivity && mayWaitForConnectivity(outcome, response.url);
+      if (!waits || Clock::now() >= deadline) {
         if (outcome.code == CURLE_FILESIZE_EXCEEDED) return std::unexpected(dataTooLongError());
         return std::unexpected(urlError(waits ? CURLE_OPERATION_TIMEDOUT : outcome.code, outcome.systemError));
       }
-      std::this_thread::sleep_for(pause);
+      std::this_thread::sleep_until(std::min<Deadline>(Clock::now() + pause, deadline));
       pause = std::min(2 * pause, longestPause);
     }
   }

@@ -50,8 +50,11 @@ std::shared_ptr<DatagramNotificationCenter::Listener> DatagramNotificationCenter
   if (!address || bind(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
     return nullptr;
   }
-  return std::make_shared<Listener>(std::move(folder), std::move(file),
-                                    asio::posix::stream_descriptor(io_, socket.release()));
+  auto listener = std::make_shared<Listener>(std::move(folder), std::move(file), asio::posix::stream_descriptor(io_));
+  asio::error_code failure;
+  if (listener->socket.assign(socket.get(), failure); failure) return nullptr;
+  static_cast<void>(socket.release());
+  return listener;
 }
 
 void DatagramNotificationCenter::addObserver(const void* observer, std::string_view name,

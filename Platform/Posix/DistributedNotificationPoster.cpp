@@ -34,7 +34,8 @@ void postDistributedNotification(const std::string& temporaryDirectory, std::str
     if (!file.ends_with(".sock") || !address) continue;
     const ssize_t sent = sendto(sender.get(), datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
                                 reinterpret_cast<const sockaddr*>(&*address), sizeof *address);
-    if (sent < 0 && errno == ECONNREFUSED) unlinkat(folder.get(), file.c_str(), 0);
+    const bool isDead = sent < 0 && errno == ECONNREFUSED;
+    if (isDead && entry->is_socket(error)) unlinkat(folder.get(), file.c_str(), 0);
   }
 }
 

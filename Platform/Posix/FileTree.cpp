@@ -152,7 +152,7 @@ int removeFolder(int folder, const char* name, dev_t device, int depth) {
     if (!entries) return entries.error();
     for (const std::string& entry : *entries) {
       const int failure = removeEntry(dirfd(directory.get()), entry.c_str(), device, depth + 1);
-      if (failure != 0 && failure != ENOENT) return failure;
+      if (failure != 0 && failure != ENOENT && failure != ENOTDIR) return failure;
     }
   }
   if (unlinkat(folder, name, AT_REMOVEDIR) == 0) return 0;

@@ -10,9 +10,6 @@
 namespace platform::posix {
 namespace {
 
-// Any application there is gets read, and the library takes the square of the number of keys that share a hash.
-constexpr std::size_t maximumInfoPlistBytes = std::size_t{1} << 20U;
-
 std::string parentOf(std::string_view path) {
   return std::string(path.substr(0, path.rfind('/')));
 }
@@ -29,7 +26,7 @@ std::optional<std::string> bundlePathOfExecutable(std::string_view executablePat
 }
 
 std::optional<PropertyList> informationDictionary(const std::string& bundlePath) {
-  const auto bytes = readRegularFile(bundlePath + "/Contents/Info.plist", maximumInfoPlistBytes);
+  const auto bytes = readRegularFile(bundlePath + "/Contents/Info.plist", PropertyList::maximumBytes);
   if (!bytes) return std::nullopt;
   auto plist = PropertyList::parse(*bytes);
   if (!plist || plist->dictionary() == nullptr) return std::nullopt;

@@ -2,10 +2,12 @@
 
 #include "Posix/FileDescriptor.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <ctime>
+#include <utility>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -60,15 +62,24 @@ void NdjsonSystemLog::write(std::string_view subsystem, std::string_view categor
                                         {"eventMessage", message}, {"subsystem", subsystem},
                                         {"category", category},    {"processID", getpid()},
                                         {"threadID", gettid()},    {"processImagePath", processImagePath_}};
-  const std::string line = entry.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  std::string line = entry.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
   FileDescriptor file = openForAppending(path_);
   if (!file && errno == ENOENT && makeFolders(folder_, 0700) == 0) file = openForAppending(path_);
-  if (file) [[maybe_unused]]
-    const ssize_t written = ::write(file.get(), line.data(), line.size());
+  if (file) append(file.get(), std::move(line));
   if (isatty(STDERR_FILENO) == 1) {
-    const std::string readable = fmt::format("{} {:7} [{}] {}\n", time, typeName(type), category, message);
+    std::string readable = fmt::format("{} {:7} [{}] {}", time, typeName(type), category, message);
+    std::ranges::replace_if(readable, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+    readable += '\n';
     [[maybe_unused]] const ssize_t shown = ::write(STDERR_FILENO, readable.data(), readable.size());
   }
+}
+
+void NdjsonSystemLog::append(int file, std::string line) {
+  const bool endsLine = endsInMidLine_.exchange(false);
+  if (endsLine) line.insert(0, 1, '\n');
+  const ssize_t written = ::write(file, line.data(), line.size());
+  const auto whole = static_cast<ssize_t>(line.size());
+  if (written < whole && (written > 0 || endsLine)) endsInMidLine_ = true;
 }
 
 }  // namespace platform::posix

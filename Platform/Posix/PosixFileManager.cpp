@@ -99,7 +99,8 @@ std::expected<void, NSError> PosixFileManager::moveItem(const URL& from, const U
   if (rename(source.c_str(), destination.c_str()) == 0) return {};
   if (errno != EXDEV) return std::unexpected(cocoaError(errno, Access::writing, from.path()));
   if (auto copied = copyItem(from, to); !copied) {
-    removeTree(destination);
+    // What somebody else has put there in the meantime is not ours to remove.
+    if (copied.error().code() != NSFileWriteFileExistsError) removeTree(destination);
     return std::unexpected(NSError(NSCocoaErrorDomain, copied.error().code()).withUnderlying(copied.error()));
   }
   return removeItem(from);

@@ -38,7 +38,7 @@ std::vector<std::string> ShellEnvironment::variables() const {
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string_view variable = *entry;
     if (!toolFolders_.empty() && variable.starts_with("PATH=")) {
-      path = variable.substr(5);
+      if (variable.size() > 5) path = variable.substr(5);
     } else if (!functions_ || !variable.starts_with("BASH_ENV=")) {
       variables.emplace_back(variable);
     }
