@@ -7,8 +7,8 @@
 
 namespace benchmarks {
 
-inline constexpr const char* listHost = "download.corvane.example";
-inline constexpr const char* logHost = "log.corvane.example";
+inline constexpr const char* listHost = CORVANE_DOWNLOAD_HOST;
+inline constexpr const char* logHost = CORVANE_LOG_HOST;
 inline constexpr const char* imageURL = "https://images.corvane.example/Orvik.dmg";
 
 /// A list that asks nothing, and one that asks to install the image where one of these versions is.

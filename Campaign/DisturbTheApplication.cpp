@@ -38,7 +38,7 @@ void replaceOrvik(Ground& ground, const std::string& version) {
   const fs::path staged = ground.mac().folder() / "staged";
   fs::remove_all(staged);
   rehearsal::StandInMac::installApplication(ground.scene().orvik(), staged, version);
-  handOver(staged);
+  rehearsal::handOver(staged);
   fs::rename(ground.scene().orvik(), staged / "Orvik.old");
   fs::rename(staged / "Orvik.app", ground.scene().orvik());
   ground.startOrvik();
@@ -55,9 +55,9 @@ void leadThereByLink(Ground& ground, const fs::path& place) {
   fs::create_directories(place.parent_path());
   fs::remove_all(place);
   fs::rename(ground.scene().orvik(), place);
-  handOver(place.parent_path());
+  rehearsal::handOver(place.parent_path());
   fs::create_directory_symlink(place, ground.scene().orvik());
-  handOver(ground.scene().orvik());
+  rehearsal::handOver(ground.scene().orvik());
 }
 
 std::vector<Row> rows() {

@@ -61,18 +61,6 @@ std::string Leftovers::text() const {
   return all.empty() ? "nothing" : all;
 }
 
-void handOver(const fs::path& path) {
-  if (getuid() != 0) return;
-  constexpr uid_t nobody = 65534;
-  std::vector<fs::path> all{path};
-  if (fs::is_directory(fs::symlink_status(path))) {
-    for (const auto& entry : fs::recursive_directory_iterator(path)) all.push_back(entry.path());
-  }
-  for (const fs::path& each : all) {
-    if (lchown(each.c_str(), nobody, nobody) != 0) throw rehearsal::Failure("cannot hand over " + each.string());
-  }
-}
-
 bool endsCheck(const std::string& message) {
   static constexpr std::array ends{
       "Check aborted, could not download",    "Check aborted, could not parse", "Validation succeeded with no updates",
@@ -100,6 +88,8 @@ Ground::Ground(const fs::path& prefix, std::size_t ballastBytes) : scene_({.pref
 }
 
 void Ground::reset() {
+  mac().endPrograms();
+  orvik_.reset();
   list_ = standardList;
   routes_.clear();
   route(listHost, listServer_->port());
@@ -107,7 +97,7 @@ void Ground::reset() {
   route(logHost, 0);
   fs::remove_all(scene_.orvik());
   copyAsItIs(old_, scene_.orvik());
-  handOver(scene_.orvik());
+  rehearsal::handOver(scene_.orvik());
   empty(mac().temporaryDirectory());
   empty(mac().sysroot() / "Volumes");
   fs::remove(mac().systemLog());
@@ -134,7 +124,11 @@ void Ground::startOrvik(const std::string& script) {
   // Whoever waits for its end must not wait for a parent that is slow to notice, so it gets one that does nothing else.
   const auto shell = scene_.command("/bin/sh", {"-c", script, scene_.orvik() / "Contents/MacOS/Orvik"});
   orvik_.emplace(shell.executable, shell.arguments, shell.environment);
-  while (runningOrvik().empty()) std::this_thread::sleep_for(glance);
+  const auto deadline = std::chrono::steady_clock::now() + 30s;
+  while (runningOrvik().empty()) {
+    if (std::chrono::steady_clock::now() > deadline) throw rehearsal::Failure("Orvik does not start");
+    std::this_thread::sleep_for(glance);
+  }
 }
 
 void Ground::endOrvik() {
@@ -144,10 +138,10 @@ void Ground::endOrvik() {
   orvik_.reset();
 }
 
-void Ground::route(const std::string& host, unsigned port) {
-  routes_[host] = port;
+void Ground::route(const std::string& host, unsigned port, unsigned of) {
+  routes_[fmt::format("{}:{}", host, of)] = port;
   std::string lines;
-  for (const auto& [to, at] : routes_) lines += fmt::format("{}:443:127.0.0.1:{}\n", to, at == 0 ? 1 : at);
+  for (const auto& [to, at] : routes_) lines += fmt::format("{}:127.0.0.1:{}\n", to, at == 0 ? 1 : at);
   rehearsal::writeFile(mac().sysroot() / "etc/connect-to", lines);
 }
 
@@ -156,7 +150,8 @@ std::string Ground::contents(const fs::path& bundle) const {
   std::map<std::string, std::string> files;
   for (const auto& entry : fs::recursive_directory_iterator(bundle)) {
     // A name beyond ASCII comes out of an image in other bytes than it went in.
-    const bool isASCII = std::ranges::all_of(entry.path().filename().string(), [](char c) { return c > 0; });
+    const bool isASCII =
+        std::ranges::all_of(entry.path().filename().string(), [](unsigned char c) { return c < 0x80; });
     const fs::path name = isASCII ? entry.path() : entry.path().parent_path() / "(beyond ASCII)";
     files[name.lexically_relative(bundle)] = entry.is_regular_file() ? rehearsal::readFile(entry) : "";
   }
