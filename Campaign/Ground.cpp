@@ -5,6 +5,7 @@
 #include <csignal>
 #include <fstream>
 #include <thread>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -81,8 +82,10 @@ Ground::Ground(const fs::path& prefix, std::size_t ballastBytes) : scene_({.pref
   mac().trust(authority_.certificatePEM());
   listServer_ = std::make_unique<rehearsal::HTTPSServer>(
       listCredentials_, [this](const HTTPRequest&) { return HTTPResponse{.body = list_}; });
-  imageServer_ = std::make_unique<rehearsal::HTTPSServer>(
-      imageCredentials_, [this](const HTTPRequest&) { return HTTPResponse{.file = image_}; });
+  imageServer_ = std::make_unique<rehearsal::HTTPSServer>(imageCredentials_, [this](const HTTPRequest&) {
+    if (const auto happens = std::exchange(beforeImage_, nullptr)) happens();
+    return HTTPResponse{.file = image_};
+  });
   scene_.handToOrdinaryUser();
   reset();
 }
@@ -91,6 +94,7 @@ void Ground::reset() {
   mac().endPrograms();
   orvik_.reset();
   list_ = standardList;
+  beforeImage_ = nullptr;
   routes_.clear();
   route(listHost, listServer_->port());
   route(imageHost, imageServer_->port());
@@ -120,12 +124,12 @@ std::vector<pid_t> Ground::runningOrvik() const {
   return running;
 }
 
-void Ground::startOrvik(const std::string& script) {
+void Ground::startOrvik(const std::string& script, std::size_t count) {
   // Whoever waits for its end must not wait for a parent that is slow to notice, so it gets one that does nothing else.
   const auto shell = scene_.command("/bin/sh", {"-c", script, scene_.orvik() / "Contents/MacOS/Orvik"});
   orvik_.emplace(shell.executable, shell.arguments, shell.environment);
   const auto deadline = std::chrono::steady_clock::now() + 30s;
-  while (runningOrvik().empty()) {
+  while (runningOrvik().size() < count) {
     if (std::chrono::steady_clock::now() > deadline) throw rehearsal::Failure("Orvik does not start");
     std::this_thread::sleep_for(glance);
   }

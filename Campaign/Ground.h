@@ -6,6 +6,7 @@
 #include "Rehearsal/Scene.h"
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -47,8 +48,9 @@ class Ground {
   [[nodiscard]] const rehearsal::CertificateAuthority& authority() const { return authority_; }
   [[nodiscard]] rehearsal::Scene::Command agent() const { return scene_.command(scene_.agentExecutable(), {}); }
   [[nodiscard]] rehearsal::ChildProgram startAgent() const;
-  /// By a shell that stays, with the executable as its "$0". Throws rehearsal::Failure when none comes to run.
-  void startOrvik(const std::string& script = R"("$0" & wait)");
+  /// By a shell that stays, with the executable as its "$0". Returns when so many run; throws rehearsal::Failure when
+  /// they do not.
+  void startOrvik(const std::string& script = R"("$0" & wait)", std::size_t count = 1);
   /// Whosever they are.
   [[nodiscard]] std::vector<pid_t> runningOrvik() const;
   /// Ends whatever main application runs.
@@ -59,6 +61,8 @@ class Ground {
   /// The list of this trial, until the next reset.
   void setList(const std::string& list) { list_ = list; }
   [[nodiscard]] const std::string& list() const { return list_; }
+  /// What happens, until the next reset, when the image is first asked for; it is sent when that is over.
+  void beforeImage(std::function<void()> happens) { beforeImage_ = std::move(happens); }
 
   [[nodiscard]] Application application() const;
   [[nodiscard]] Leftovers leftovers() const;
@@ -79,6 +83,7 @@ class Ground {
   std::string oldContents_;
   std::string updatedContents_;
   std::string list_;
+  std::function<void()> beforeImage_;
   std::optional<rehearsal::ChildProgram> orvik_;
   std::map<std::string, unsigned> routes_;  // by "host:port"
   rehearsal::Credentials listCredentials_ = authority_.issue(listHost);
