@@ -1,5 +1,7 @@
 #include "Campaign/Ground.h"
 
+#include "Platform/PropertyList.h"
+
 #include <algorithm>
 #include <array>
 #include <csignal>
@@ -169,6 +171,15 @@ Application Ground::application() const {
   const std::string now = contents(scene_.orvik());
   if (now == oldContents_) return Application::old;
   return now == updatedContents_ ? Application::updated : Application::partial;
+}
+
+std::optional<std::string> Ground::applicationVersion() const {
+  const fs::path file = scene_.orvik() / "Contents/Info.plist";
+  if (!fs::exists(file)) return std::nullopt;
+  const auto information = platform::PropertyList::parse(rehearsal::readFile(file));
+  const auto* version = information ? (*information)["CFBundleVersion"] : nullptr;
+  if (version == nullptr || version->string() == nullptr) return std::nullopt;
+  return *version->string();
 }
 
 Leftovers Ground::leftovers() const {

@@ -65,6 +65,8 @@ class Ground {
   void beforeImage(std::function<void()> happens) { beforeImage_ = std::move(happens); }
 
   [[nodiscard]] Application application() const;
+  /// The version of what lies there; absent when it cannot be told.
+  [[nodiscard]] std::optional<std::string> applicationVersion() const;
   [[nodiscard]] Leftovers leftovers() const;
   /// Every message of the system log so far.
   [[nodiscard]] std::vector<std::string> records() const;
