@@ -3,6 +3,7 @@
 #include "Platform/URL.h"
 
 #include <csignal>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -59,14 +60,16 @@ void AgentScene::play(const std::string& lastRecord) {
 
 double AgentScene::secondsBetween(const std::string& begin, const std::string& end) const {
   rehearsal::LogFollower log(scene_.mac().systemLog());
-  double first = 0;
-  double last = 0;
+  std::optional<double> first;
   while (const auto entry = log.next(std::chrono::steady_clock::now())) {
+    if (entry->processIdentifier != scene_.agentProcessIdentifier()) continue;
     if (entry->message == begin) first = timeOfDay(entry->timestamp);
-    if (entry->message == end) last = timeOfDay(entry->timestamp);
+    if (!first || entry->message != end) continue;
+    constexpr double day = 86400;
+    const double last = timeOfDay(entry->timestamp);
+    return last < *first ? last + day - *first : last - *first;
   }
-  constexpr double day = 86400;
-  return last < first ? last + day - first : last - first;
+  throw rehearsal::Failure(fmt::format("the agent did not write \"{}\" and then \"{}\"", begin, end));
 }
 
 void AgentScene::hurry() {
@@ -76,9 +79,11 @@ void AgentScene::hurry() {
   scene_.reach({"Validation succeeded with no updates"});
 }
 
-void AgentScene::check(int times, const std::string& lastRecord) {
+void AgentScene::check(int times, const std::vector<std::string>& records) {
   sigqueue(scene_.agentProcessIdentifier(), SIGUSR1, {.sival_int = times});
-  for (int i = 0; i < times; ++i) scene_.reach({lastRecord});
+  for (int i = 0; i < times; ++i) {
+    for (const std::string& record : records) scene_.reach({record});
+  }
 }
 
 void AgentScene::settle() const {

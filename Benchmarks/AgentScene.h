@@ -7,9 +7,13 @@
 
 namespace benchmarks {
 
-inline constexpr const char* listHost = "download.corvane.example";
-inline constexpr const char* logHost = "log.corvane.example";
+inline constexpr const char* listHost = CORVANE_DOWNLOAD_HOST;
+inline constexpr const char* logHost = CORVANE_LOG_HOST;
 inline constexpr const char* imageURL = "https://images.corvane.example/Orvik.dmg";
+
+/// What a check without anything to do writes, and one with an install that succeeds.
+inline const std::vector<std::string> quietCheck{"Validation succeeded with no updates"};
+inline const std::vector<std::string> completeInstall{"Installation completed", "Cleaning up"};
 
 /// A list that asks nothing, and one that asks to install the image where one of these versions is.
 inline constexpr const char* emptyList = R"({"version":"1","updates":[]})";
@@ -34,13 +38,13 @@ class AgentScene {
 
   /// Starts the agent, waits for a record and ends the agent.
   void play(const std::string& lastRecord);
-  /// Seconds between two records, each the last with its message.
+  /// Seconds from one record of the agent last started to another behind it. Throws rehearsal::Failure without them.
   [[nodiscard]] double secondsBetween(const std::string& begin, const std::string& end) const;
 
   /// Starts the hurried agent (HurriedAgent.cpp) instead of the agent.
   void hurry();
-  /// Makes it check the list so many times, each of which ends with this record.
-  void check(int times, const std::string& lastRecord);
+  /// Makes it check the list so many times, each of which writes these records and ends with the last.
+  void check(int times, const std::vector<std::string>& records);
   /// Waits until nothing is under way any more.
   void settle() const;
 

@@ -125,10 +125,10 @@ void fleetRows(const Plan& plan, Table& table) {
   };
   on.hurry();
   const Loads launch = soFar();
-  on.check(1, "Validation succeeded with no updates");
+  on.check(1, quietCheck);
   const Loads quiet = soFar() + (-1 * launch);
   on.setList(installList("1.79"));
-  on.check(1, "Cleaning up");
+  on.check(1, completeInstall);
   const Loads install = soFar() + (-1 * (launch + quiet));
   constexpr int checksADay = 6;
   add(table, "a day without an action", checksADay * quiet);

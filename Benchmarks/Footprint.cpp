@@ -5,6 +5,7 @@
 #include <ctime>
 #include <filesystem>
 #include <sstream>
+#include <stdexcept>
 
 #include <fmt/format.h>
 #include <linux/perf_event.h>
@@ -14,13 +15,13 @@
 namespace benchmarks {
 namespace {
 
-/// The number behind "Name:" in a file of /proc; 0 without one.
+/// The number behind "Name:" in a file of /proc.
 double field(const std::string& text, const std::string& name) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with(name + ":")) return std::stod(line.substr(name.size() + 1));
   }
-  return 0;
+  throw std::runtime_error("no " + name + " in /proc");
 }
 
 std::string procFile(pid_t process, const char* name) {
@@ -47,7 +48,9 @@ Footprint footprintOf(pid_t process) {
 double processorTimeOf(pid_t process) {
   clockid_t clock = 0;
   timespec time{};
-  if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0) return 0;
+  if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0) {
+    throw std::runtime_error("no processor time of the agent");
+  }
   return static_cast<double>(time.tv_sec) + (static_cast<double>(time.tv_nsec) / 1e9);
 }
 

@@ -106,9 +106,11 @@ void startRow(const Plan& plan, Table& table) {
     return std::chrono::duration<double>(on.lastListRequest() - begin).count();
   };
   const auto reference = [&] {
-    return run(on.curl(fmt::format("https://{}/emergency_update_list.json", listHost), "/dev/null"));
+    const auto begin = std::chrono::steady_clock::now();
+    run(on.curl(fmt::format("https://{}/emergency_update_list.json", listHost), "/dev/null"));
+    return std::chrono::duration<double>(on.lastListRequest() - begin).count();
   };
-  table.compare("from the process's start to its list request", "curl, the same list",
+  table.compare("from the process's start to its list request", "curl, the same",
                 best(plan.times(25), subject, reference), 1.5);
 }
 

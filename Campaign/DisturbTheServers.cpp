@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <optional>
+#include <thread>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -31,9 +33,11 @@ using Fault = std::function<void(Connection&, const std::string& body)>;
 
 struct Row {
   std::string name;
-  Fault fault;  // none refuses the connection
-  seconds listCut = 60s;
-  seconds imageCut = 60s;  // when it is cut short, if the agent is still at it then
+  Fault fault;             // none refuses the connection
+  bool passes = false;     // what comes is taken for the body, and what is wrong with it shows later
+  int imageError = -1005;  // of the session, when the image does not come
+  std::optional<seconds> listCut;
+  std::optional<seconds> imageCut;  // when a check is cut short that has to be at it still
   enum class Certificate { right, untrusted, expired, wrongName } certificate = Certificate::right;
 };
 
@@ -41,7 +45,7 @@ Fault resetAt(std::size_t tenths) {
   return [tenths](Connection& connection, const std::string& body) {
     connection.send(head(200, body.size()));
     connection.send(std::string_view(body).substr(0, body.size() * tenths / 10));
-    connection.reset();
+    connection.resetInTheEnd();
   };
 }
 
@@ -93,10 +97,44 @@ class ServerCampaign {
     const std::string body = rightBody(target);
     const FaultyServer server(credentials, [&](Connection& connection) { row.fault(connection, body); });
     ground_.route(host, row.fault ? server.port() : 0);
-    play(row, target);
+    const LoopbackListener plain;  // where nobody is to come by
+    for (const char* each : hosts) ground_.route(each, plain.port(), 80);
+    const std::string what = fmt::format("{}, {}", row.name, targetNames.at(static_cast<std::size_t>(target)));
+    play(row, target, what, server);
+    judgeRequests(row, what, server);
+    if (plain.hasCaller()) campaign_.report.broken(what + ": it was asked without TLS");
   }
 
  private:
+  struct End {
+    std::string record;   // that ends the check; none for one that is cut short
+    std::string failure;  // a record that tells why
+  };
+  static End endOf(const Row& row, Target target) {
+    if (target == Target::collector) return {"Cleaning up", "Installation completed"};
+    if (target == Target::list) {
+      if (row.listCut) return {};
+      return {row.passes ? "Check aborted, could not parse" : "Check aborted, could not download", ""};
+    }
+    if (row.imageCut) return {};
+    if (row.passes) {
+      return {"Installer stopped, initial verification failed",
+              "App verification failed, status=-67062, error={Domain=NSOSStatusErrorDomain, Code=-67062} "
+              "(InitialVerification)"};
+    }
+    return {"Installer stopped, download failed",
+            fmt::format("App download failed: {{Domain=NSURLErrorDomain, Code={}}}", row.imageError)};
+  }
+
+  void judgeRequests(const Row& row, const std::string& what, const FaultyServer& server) {
+    if (!row.fault) return;
+    const bool isToTrust = row.certificate == Row::Certificate::right;
+    const int requests = server.requests();
+    if (server.connections() == 0) campaign_.report.broken(what + ": nobody came");
+    if (isToTrust && requests == 0) campaign_.report.broken(what + ": it was asked nothing");
+    if (!isToTrust && requests > 0) campaign_.report.broken(what + ": it was trusted");
+  }
+
   [[nodiscard]] rehearsal::Credentials credentialsFor(const std::string& host, Row::Certificate certificate) const {
     switch (certificate) {
       case Row::Certificate::untrusted:
@@ -117,35 +155,43 @@ class ServerCampaign {
     return target == Target::list ? blanks + ground_.list() : blanks;
   }
 
-  void play(const Row& row, Target target) {
-    const seconds cut = target == Target::list ? row.listCut : row.imageCut;
+  void play(const Row& row, Target target, const std::string& what, const FaultyServer& server) {
+    const End expected = endOf(row, target);
+    const auto cut = target == Target::list ? row.listCut : row.imageCut;
     const auto begin = steady_clock::now();
     rehearsal::ChildProgram agent = ground_.startAgent();
-    const std::string end = ground_.waitForEndOfCheck(agent, cut);
+    const std::string end = ground_.waitForEndOfCheck(agent, expected.record.empty() ? *cut : 90s);
     const double held = duration<double>(steady_clock::now() - begin).count();
     const std::string process = fmt::format("/proc/{}", agent.processIdentifier());
-    const auto count = [&](const char* what) {
-      return std::distance(fs::directory_iterator(process + "/" + what), fs::directory_iterator());
+    const auto count = [&](const char* folder) {
+      return std::distance(fs::directory_iterator(process + "/" + folder), fs::directory_iterator());
     };
     const auto threads = count("task");
     const auto descriptors = count("fd");
     const Leftovers left = ground_.leftovers();
     const Application application = ground_.application();
-    const std::string records = errorsAmong(ground_.records());
+    const auto records = ground_.records();
+    if (target == Target::collector && row.fault) awaitPost(server);
     agent.send(SIGTERM);
     const auto status = agent.wait(10s);
 
-    const std::string what = fmt::format("{}, {}", row.name, targetNames.at(static_cast<std::size_t>(target)));
-    const Application expected = target == Target::collector ? Application::updated : Application::old;
+    const Application expectedNow = target == Target::collector ? Application::updated : Application::old;
     if (status != 0) campaign_.report.broken(what + ": the agent did not quit in order");
-    if (application != expected)
+    if (application != expectedNow)
       campaign_.report.broken(fmt::format("{}: the application is {}", what, name(application)));
+    if (end != expected.record) campaign_.report.broken(fmt::format("{}: the check ended with “{}”", what, end));
+    if (!expected.failure.empty() && std::ranges::find(records, expected.failure) == records.end())
+      campaign_.report.broken(fmt::format("{}: no record “{}”", what, expected.failure));
     if (left.mounts > 0) campaign_.report.broken(what + ": still mounted");
-    if (end.empty() && cut == 60s) campaign_.report.broken(what + ": held the check for a minute");
-    campaign_.report.row(
-        {targetNames.at(static_cast<std::size_t>(target)), row.name, records,
-         end.empty() ? fmt::format("cut short after {} s", cut.count()) : fmt::format("{:.1f} s", held), left.text(),
-         std::to_string(threads), std::to_string(descriptors)});
+    campaign_.report.row({targetNames.at(static_cast<std::size_t>(target)), row.name, errorsAmong(records),
+                          end.empty() ? fmt::format("cut short after {:.0f} s", held) : fmt::format("{:.1f} s", held),
+                          left.text(), std::to_string(threads), std::to_string(descriptors)});
+  }
+
+  /// The remote log is on its way on threads of its own.
+  static void awaitPost(const FaultyServer& server) {
+    for (int i = 0; i < 1000 && server.connections() == 0; ++i) std::this_thread::sleep_for(10ms);
+    std::this_thread::sleep_for(50ms);  // for what it does with the answer
   }
 
   /// The records that tell of a failure, each once.
@@ -165,25 +211,38 @@ class ServerCampaign {
 std::vector<Row> rows(Extent extent) {
   const bool isFull = extent == Extent::full;
   const seconds cut = isFull ? 15s : 2s;
-  std::vector<Row> all{{.name = "refuses"}};
+  std::vector<Row> all{{.name = "refuses", .imageError = -1004}};
   for (std::size_t tenths = 0; tenths < 10; tenths += isFull ? 1 : 5) {
     all.push_back({.name = fmt::format("resets at {}/10 of the body", tenths), .fault = resetAt(tenths)});
   }
+  using Certificate = Row::Certificate;
+  constexpr int distrusted = -1202;
   const std::vector<Row> rest{
-      {.name = "stalls halfway", .fault = stall, .listCut = isFull ? 90s : cut, .imageCut = cut},
+      {.name = "stalls halfway",
+       .fault = stall,
+       .listCut = isFull ? std::nullopt : std::optional(cut),  // it gives up by itself
+       .imageCut = cut},
       {.name = "drips a byte every 0.2 s", .fault = drip, .listCut = cut, .imageCut = cut},
       {.name = "closes a byte early", .fault = closeShort},
-      {.name = "declares half the length", .fault = declareTooLittle},
+      {.name = "declares half the length", .fault = declareTooLittle, .passes = true},
       {.name = "sends without end", .fault = sendWithoutEnd, .imageCut = isFull ? 5s : 1s},
-      {.name = "redirects to itself", .fault = answer(302, "", "Location: /again\r\n")},
-      {.name = "redirects to http:", .fault = answer(302, "", "Location: http://images.corvane.example/\r\n")},
-      {.name = "is untrusted", .fault = stall, .certificate = Row::Certificate::untrusted},
-      {.name = "has an expired certificate", .fault = stall, .certificate = Row::Certificate::expired},
-      {.name = "has a certificate of another name", .fault = stall, .certificate = Row::Certificate::wrongName},
-      {.name = "404 with a body", .fault = answer(404, "gone")},
-      {.name = "404 without", .fault = answer(404, "")},
-      {.name = "500 with a body", .fault = answer(500, "<html>")},
-      {.name = "500 without", .fault = answer(500, "")},
+      {.name = "redirects to itself", .fault = answer(302, "", "Location: /again\r\n"), .imageError = -1007},
+      {.name = "redirects to http:",
+       .fault = answer(302, "", fmt::format("Location: http://{}/\r\n", imageHost)),
+       .imageError = -1002},
+      {.name = "is untrusted", .fault = stall, .imageError = distrusted, .certificate = Certificate::untrusted},
+      {.name = "has an expired certificate",
+       .fault = stall,
+       .imageError = distrusted,
+       .certificate = Certificate::expired},
+      {.name = "has a certificate of another name",
+       .fault = stall,
+       .imageError = distrusted,
+       .certificate = Certificate::wrongName},
+      {.name = "404 with a body", .fault = answer(404, "gone"), .passes = true},
+      {.name = "404 without", .fault = answer(404, ""), .passes = true},
+      {.name = "500 with a body", .fault = answer(500, "<html>"), .passes = true},
+      {.name = "500 without", .fault = answer(500, ""), .passes = true},
   };
   all.insert(all.end(), rest.begin(), rest.end());
   return all;

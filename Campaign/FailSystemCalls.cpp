@@ -8,8 +8,9 @@
 #include <regex>
 #include <set>
 
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/syscall.h>
+#include <fmt/ranges.h>
 
 namespace campaign {
 namespace {
@@ -17,19 +18,24 @@ namespace {
 using namespace std::chrono_literals;
 using rehearsal::SystemCall;
 
-constexpr auto installLimit = 60s;
+/// What the verifier says of a sealed file that is not as it was sealed; and of one that it cannot read.
+constexpr int alteredResource = -67054;
 constexpr std::array errors{ENOSPC, EIO, EACCES, EROFS, EMFILE};
-constexpr const char* firstRecord = "Checking ability to replace app files";
 
 /// Fails one call of an install, of the agent's own processes alone, or only counts them.
 class Sabotage {
  public:
   explicit Sabotage(std::string logName) : logName_(std::move(logName)) {}
 
-  /// The calls worth failing, each "stage: call path", in order; of those alike the first.
-  std::vector<std::string> kinds;
-  /// Which of these to fail, and with what; the stage it was in.
-  std::optional<std::size_t> chosen;
+  /// A kind of call, "stage: call path"; whether it changes anything.
+  struct Kind {
+    std::string name;
+    bool changes;
+  };
+  /// Those worth failing, in order.
+  std::vector<Kind> kinds;
+  /// Which of these to fail the first time it comes, and with what; the stage it was in, empty when it did not come.
+  std::string chosen;
   int error = 0;
   std::string stage;
 
@@ -39,7 +45,7 @@ class Sabotage {
     if (std::ranges::find(rehearsal::fileSystemCalls(), call.number) == rehearsal::fileSystemCalls().end()) return 0;
     const std::string subject = subjectOf(call, name);
     if (subject.ends_with(logName_)) {
-      if (call.number == SYS_write) noteRecord(call);
+      noteRecord(call);
       return 0;
     }
     // Pipes, sockets and what the C library looks up for itself are no files of the install.
@@ -47,16 +53,27 @@ class Sabotage {
         subject.starts_with("/dev/") || subject.starts_with("/lib")) {
       return 0;
     }
-    static const std::regex varying(R"([0-9A-F]{8}-[0-9A-F-]{27}|CFNetworkDownload_\w+|/proc/\d+|stand-in-mac\.\w+)");
-    const std::string kind = fmt::format("{}: {} {}", stage_, name, std::regex_replace(subject, varying, "*"));
+    static const std::regex varying(
+        R"([0-9A-F]{8}-[0-9A-F-]{27}|CFNetworkDownload_\w+|/proc/\d+|stand-in-mac\.\w+|\.plist\.\w+)");
+    const bool isToChange = changes(call, name);
+    const std::string kind =
+        fmt::format("{}: {}{} {}", stage_, name, isToChange && name.starts_with("open") ? " to write" : "",
+                    std::regex_replace(subject, varying, "*"));
     if (!known_.insert(kind).second) return 0;
-    kinds.push_back(kind);
-    if (kinds.size() - 1 != chosen) return 0;
+    kinds.push_back({kind, isToChange});
+    if (kind != chosen) return 0;
     stage = stage_;
     return error;
   }
 
  private:
+  static bool changes(const SystemCall& call, const std::string& name) {
+    if (name == "openat" || name == "open")
+      return (call.arguments.at(name == "open" ? 1 : 2) & (O_ACCMODE | O_CREAT)) != 0;
+    static const std::regex reading("read.*|pread|.*stat.*|.*access.*|getdents64|.*(list|get)xattr");
+    return !std::regex_match(name, reading);
+  }
+
   static std::string subjectOf(const SystemCall& call, const std::string& name) {
     const bool takesFolder = name.ends_with("at") || name == "statx" || name == "faccessat2" || name == "renameat2";
     const bool takesPath = name == "open" || name == "stat" || name == "lstat" || name == "access" || name == "mkdir" ||
@@ -73,13 +90,10 @@ class Sabotage {
   }
 
   void noteRecord(const SystemCall& call) {
-    static const std::regex message("\"eventMessage\":\"([^\"=:\\\\]*)");
-    const std::string line = call.bytesAt(1, std::min<std::uint64_t>(call.arguments[2], 1024));
-    std::smatch found;
-    if (!std::regex_search(line, found, message)) return;
-    if (found[1] == firstRecord) installer_ = call.thread;
-    const bool isStage = line.find(R"("category":"EmergencyUpdateInstaller")") != std::string::npos;
-    if (installer_ == call.thread && isStage) stage_ = found[1];
+    const auto record = recordWritten(call);
+    if (!record) return;
+    if (record->message == beginsInstall) installer_ = call.thread;
+    if (installer_ == call.thread && record->category == "EmergencyUpdateInstaller") stage_ = record->message;
   }
 
   std::string logName_;
@@ -104,12 +118,23 @@ class FailureCampaign {
   void run(std::size_t step) {
     Sabotage none("system.ndjson");
     install(none);
+    std::size_t tried = 0;
+    std::set<std::string> missed;
     for (std::size_t i = 0; i < none.kinds.size(); i += step) {
-      Sabotage sabotage("system.ndjson");
-      sabotage.chosen = i;
-      sabotage.error = errors.at((i / step) % errors.size());
-      const std::string end = install(sabotage);
-      if (!sabotage.stage.empty()) judge(sabotage, none.kinds[i], end);
+      for (std::size_t k = 0; k < errors.size(); ++k) {
+        // Those that change nothing fail with one error each, and so do all in a sample.
+        if (k != (i / step) % errors.size() && !(step == 1 && none.kinds[i].changes)) continue;
+        Sabotage sabotage("system.ndjson");
+        sabotage.chosen = none.kinds[i].name;
+        sabotage.error = errors.at(k);
+        const std::string end = install(sabotage);
+        ++tried;
+        if (sabotage.stage.empty()) {
+          missed.insert(sabotage.chosen);
+        } else {
+          judge(sabotage, end);
+        }
+      }
     }
     for (const std::string& stage : order_) {
       const Tally& tally = tallies_[stage];
@@ -120,7 +145,16 @@ class FailureCampaign {
       campaign_.report.row({stage, std::to_string(tally.failed), std::to_string(tally.completed),
                             std::to_string(tally.unasked), std::to_string(tally.told), others.empty() ? "-" : others});
     }
-    campaign_.report.note(fmt::format("{} kinds of calls.", none.kinds.size()));
+    campaign_.report.note(
+        fmt::format("{} kinds of calls, {} of them to change something; {} failures, {} kinds that did "
+                    "not come again{}{}",
+                    none.kinds.size(), std::ranges::count(none.kinds, true, &Sabotage::Kind::changes), tried,
+                    missed.size(), missed.empty() ? "." : ": ", fmt::join(missed, "; ")));
+    if (!unreadable_.empty()) {
+      campaign_.report.note(fmt::format("Told of as files that have been altered: {}.", fmt::join(unreadable_, "; ")));
+    }
+    if (missed.size() > std::max<std::size_t>(1, tried / 50))
+      campaign_.report.broken("too many calls that were not failed");
   }
 
  private:
@@ -141,15 +175,14 @@ class FailureCampaign {
       stillRuns_ = std::ranges::find(running, orvik) != running.end();
       left_ = ground_.leftovers();
     }
-    ground_.endOrvik();
     return end;
   }
 
-  void judge(const Sabotage& sabotage, const std::string& kind, const std::string& end) {
+  void judge(const Sabotage& sabotage, const std::string& end) {
     if (!tallies_.contains(sabotage.stage)) order_.push_back(sabotage.stage);
     Tally& tally = tallies_[sabotage.stage];
     ++tally.failed;
-    const std::string what = fmt::format("{} with {}", kind, strerrorname_np(sabotage.error));
+    const std::string what = fmt::format("{} with {}", sabotage.chosen, strerrorname_np(sabotage.error));
     const bool hasCompleted = std::ranges::find(records_, "Installation completed") != records_.end();
     const auto stops =
         std::ranges::count_if(records_, [](const auto& text) { return text.starts_with("Installer stopped"); });
@@ -158,6 +191,10 @@ class FailureCampaign {
     if (hasCompleted && application_ != Application::updated) {
       campaign_.report.broken(fmt::format("{}: completed, but the application is {}", what, name(application_)));
     }
+    const bool hasBegun = std::ranges::find(records_, replaces) != records_.end();
+    if (!hasBegun && application_ != Application::old) {
+      campaign_.report.broken(fmt::format("{}: the application is {} before its time", what, name(application_)));
+    }
     if (left_.mounts > 0) campaign_.report.broken(what + ": still mounted");
     if (hasCompleted) {
       ++tally.completed;
@@ -165,7 +202,13 @@ class FailureCampaign {
     } else if (std::ranges::any_of(records_, [&](const auto& text) { return tells(text, sabotage.error); })) {
       ++tally.told;
     } else {
-      ++tally.other[reasonForStop()];
+      const std::string reason = reasonForStop();
+      ++tally.other[reason];
+      if (reason.contains(fmt::format("Code={}}}", alteredResource))) {
+        unreadable_.push_back(what);
+      } else if (reason.contains("Code=")) {
+        campaign_.report.broken(fmt::format("{}: another error in “{}”", what, reason));
+      }
     }
   }
 
@@ -195,6 +238,7 @@ class FailureCampaign {
   Leftovers left_;
   std::map<std::string, Tally> tallies_;
   std::vector<std::string> order_;
+  std::vector<std::string> unreadable_;
 };
 
 }  // namespace
@@ -204,11 +248,14 @@ void failSystemCalls(Campaign& campaign) {
       "Calls on files that fail",
       "One call of the agent's on a file or folder in an install that finds Orvik running, at a time, fails with "
       "ENOSPC, EIO,\n"
-      "EACCES, EROFS or EMFILE in turn; of calls that are alike (the same stage, call and path) the first. Those "
-      "of the\n"
-      "tools it starts, of the system log and of shared libraries are left alone. Each time the agent is to live, to "
-      "write\n"
-      "one stop record or none, to complete only with the whole new application, and to leave nothing mounted.");
+      "EACCES, EROFS or EMFILE: a call that changes something with each of them, another with one of them in turn; "
+      "of calls\n"
+      "that are alike (the same stage, call and path) the first. Those of the tools it starts, of the system log and "
+      "of\n"
+      "shared libraries are left alone. Each time the agent is to live, to write one stop record or none, to complete "
+      "only\n"
+      "with the whole new application, to leave the old one alone before it replaces it, and to leave nothing "
+      "mounted.");
   campaign.report.row({"stage", "failed calls", "completed all the same", "of these with the old process still running",
                        "stopped with that very error number", "stopped with another record"});
   FailureCampaign(campaign).run(campaign.extent == Extent::full ? 1 : 60);

@@ -3,6 +3,7 @@
 #include "Posix/FileDescriptor.h"
 #include "Rehearsal/CertificateAuthority.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -21,6 +22,21 @@ struct SSLFree {
   void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
 };
 
+/// A port on loopback where somebody listens.
+class LoopbackListener {
+ public:
+  LoopbackListener();
+
+  [[nodiscard]] int descriptor() const { return socket_.get(); }
+  [[nodiscard]] std::uint16_t port() const { return port_; }
+  /// Whether a connection waits to be accepted.
+  [[nodiscard]] bool hasCaller() const;
+
+ private:
+  platform::posix::FileDescriptor socket_;
+  std::uint16_t port_ = 0;
+};
+
 /// A connection over TLS, as a server sees it.
 class Connection {
  public:
@@ -32,8 +48,8 @@ class Connection {
   /// False once the client has closed.
   bool send(std::string_view bytes);
   void waitForClose();
-  /// Ends it the hard way.
-  void reset();
+  /// Has it end the hard way once its treatment is over.
+  void resetInTheEnd() const;
   /// Wakes whoever waits for the client, as if that had closed. Any thread.
   void interrupt() const;
 
@@ -53,15 +69,19 @@ class FaultyServer {
   FaultyServer& operator=(const FaultyServer&) = delete;
   ~FaultyServer();
 
-  [[nodiscard]] std::uint16_t port() const { return port_; }
+  [[nodiscard]] std::uint16_t port() const { return listener_.port(); }
+  /// So far. One whose handshake fails has no request, and of several requests the first counts.
+  [[nodiscard]] int connections() const { return connections_; }
+  [[nodiscard]] int requests() const { return requests_; }
 
  private:
   void accept();
 
   std::unique_ptr<SSL_CTX, SSLFree> context_;
   Treatment treatment_;
-  platform::posix::FileDescriptor listener_;
-  std::uint16_t port_ = 0;
+  LoopbackListener listener_;
+  std::atomic<int> connections_ = 0;
+  std::atomic<int> requests_ = 0;
   std::mutex mutex_;
   bool isEnding_ = false;
   std::list<Connection*> open_;

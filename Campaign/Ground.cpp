@@ -1,10 +1,13 @@
 #include "Campaign/Ground.h"
 
+#include "Platform/PropertyList.h"
+
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <fstream>
 #include <thread>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -61,18 +64,6 @@ std::string Leftovers::text() const {
   return all.empty() ? "nothing" : all;
 }
 
-void handOver(const fs::path& path) {
-  if (getuid() != 0) return;
-  constexpr uid_t nobody = 65534;
-  std::vector<fs::path> all{path};
-  if (fs::is_directory(fs::symlink_status(path))) {
-    for (const auto& entry : fs::recursive_directory_iterator(path)) all.push_back(entry.path());
-  }
-  for (const fs::path& each : all) {
-    if (lchown(each.c_str(), nobody, nobody) != 0) throw rehearsal::Failure("cannot hand over " + each.string());
-  }
-}
-
 bool endsCheck(const std::string& message) {
   static constexpr std::array ends{
       "Check aborted, could not download",    "Check aborted, could not parse", "Validation succeeded with no updates",
@@ -93,21 +84,26 @@ Ground::Ground(const fs::path& prefix, std::size_t ballastBytes) : scene_({.pref
   mac().trust(authority_.certificatePEM());
   listServer_ = std::make_unique<rehearsal::HTTPSServer>(
       listCredentials_, [this](const HTTPRequest&) { return HTTPResponse{.body = list_}; });
-  imageServer_ = std::make_unique<rehearsal::HTTPSServer>(
-      imageCredentials_, [this](const HTTPRequest&) { return HTTPResponse{.file = image_}; });
+  imageServer_ = std::make_unique<rehearsal::HTTPSServer>(imageCredentials_, [this](const HTTPRequest&) {
+    if (const auto happens = std::exchange(beforeImage_, nullptr)) happens();
+    return HTTPResponse{.file = image_};
+  });
   scene_.handToOrdinaryUser();
   reset();
 }
 
 void Ground::reset() {
+  mac().endPrograms();
+  orvik_.reset();
   list_ = standardList;
+  beforeImage_ = nullptr;
   routes_.clear();
   route(listHost, listServer_->port());
   route(imageHost, imageServer_->port());
   route(logHost, 0);
   fs::remove_all(scene_.orvik());
   copyAsItIs(old_, scene_.orvik());
-  handOver(scene_.orvik());
+  rehearsal::handOver(scene_.orvik());
   empty(mac().temporaryDirectory());
   empty(mac().sysroot() / "Volumes");
   fs::remove(mac().systemLog());
@@ -130,11 +126,15 @@ std::vector<pid_t> Ground::runningOrvik() const {
   return running;
 }
 
-void Ground::startOrvik(const std::string& script) {
+void Ground::startOrvik(const std::string& script, std::size_t count) {
   // Whoever waits for its end must not wait for a parent that is slow to notice, so it gets one that does nothing else.
   const auto shell = scene_.command("/bin/sh", {"-c", script, scene_.orvik() / "Contents/MacOS/Orvik"});
   orvik_.emplace(shell.executable, shell.arguments, shell.environment);
-  while (runningOrvik().empty()) std::this_thread::sleep_for(glance);
+  const auto deadline = std::chrono::steady_clock::now() + 30s;
+  while (runningOrvik().size() < count) {
+    if (std::chrono::steady_clock::now() > deadline) throw rehearsal::Failure("Orvik does not start");
+    std::this_thread::sleep_for(glance);
+  }
 }
 
 void Ground::endOrvik() {
@@ -144,10 +144,10 @@ void Ground::endOrvik() {
   orvik_.reset();
 }
 
-void Ground::route(const std::string& host, unsigned port) {
-  routes_[host] = port;
+void Ground::route(const std::string& host, unsigned port, unsigned of) {
+  routes_[fmt::format("{}:{}", host, of)] = port;
   std::string lines;
-  for (const auto& [to, at] : routes_) lines += fmt::format("{}:443:127.0.0.1:{}\n", to, at == 0 ? 1 : at);
+  for (const auto& [to, at] : routes_) lines += fmt::format("{}:127.0.0.1:{}\n", to, at == 0 ? 1 : at);
   rehearsal::writeFile(mac().sysroot() / "etc/connect-to", lines);
 }
 
@@ -156,7 +156,8 @@ std::string Ground::contents(const fs::path& bundle) const {
   std::map<std::string, std::string> files;
   for (const auto& entry : fs::recursive_directory_iterator(bundle)) {
     // A name beyond ASCII comes out of an image in other bytes than it went in.
-    const bool isASCII = std::ranges::all_of(entry.path().filename().string(), [](char c) { return c > 0; });
+    const bool isASCII =
+        std::ranges::all_of(entry.path().filename().string(), [](unsigned char c) { return c < 0x80; });
     const fs::path name = isASCII ? entry.path() : entry.path().parent_path() / "(beyond ASCII)";
     files[name.lexically_relative(bundle)] = entry.is_regular_file() ? rehearsal::readFile(entry) : "";
   }
@@ -170,6 +171,15 @@ Application Ground::application() const {
   const std::string now = contents(scene_.orvik());
   if (now == oldContents_) return Application::old;
   return now == updatedContents_ ? Application::updated : Application::partial;
+}
+
+std::optional<std::string> Ground::applicationVersion() const {
+  const fs::path file = scene_.orvik() / "Contents/Info.plist";
+  if (!fs::exists(file)) return std::nullopt;
+  const auto information = platform::PropertyList::parse(rehearsal::readFile(file));
+  const auto* version = information ? (*information)["CFBundleVersion"] : nullptr;
+  if (version == nullptr || version->string() == nullptr) return std::nullopt;
+  return *version->string();
 }
 
 Leftovers Ground::leftovers() const {

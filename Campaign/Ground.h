@@ -6,6 +6,7 @@
 #include "Rehearsal/Scene.h"
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,9 +15,9 @@
 
 namespace campaign {
 
-inline constexpr const char* listHost = "download.corvane.example";
+inline constexpr const char* listHost = CORVANE_DOWNLOAD_HOST;
 inline constexpr const char* imageHost = "images.corvane.example";
-inline constexpr const char* logHost = "log.corvane.example";
+inline constexpr const char* logHost = CORVANE_LOG_HOST;
 
 /// What lies in place of the main application.
 enum class Application { old, updated, partial, gone };
@@ -38,7 +39,7 @@ class Ground {
  public:
   explicit Ground(const std::filesystem::path& prefix, std::size_t ballastBytes = std::size_t{512} << 10U);
 
-  /// Puts everything back. Throws std::filesystem::filesystem_error.
+  /// Ends whatever runs on it and puts everything back. Throws std::filesystem::filesystem_error.
   void reset();
 
   [[nodiscard]] const rehearsal::Scene& scene() const { return scene_; }
@@ -47,20 +48,25 @@ class Ground {
   [[nodiscard]] const rehearsal::CertificateAuthority& authority() const { return authority_; }
   [[nodiscard]] rehearsal::Scene::Command agent() const { return scene_.command(scene_.agentExecutable(), {}); }
   [[nodiscard]] rehearsal::ChildProgram startAgent() const;
-  /// By a shell that stays, with the executable as its "$0".
-  void startOrvik(const std::string& script = R"("$0" & wait)");
+  /// By a shell that stays, with the executable as its "$0". Returns when so many run; throws rehearsal::Failure when
+  /// they do not.
+  void startOrvik(const std::string& script = R"("$0" & wait)", std::size_t count = 1);
   /// Whosever they are.
   [[nodiscard]] std::vector<pid_t> runningOrvik() const;
   /// Ends whatever main application runs.
   void endOrvik();
 
-  /// Leads a host to a port on loopback, until the next reset; 0 leads it nowhere.
-  void route(const std::string& host, unsigned port);
+  /// Leads a host's port to one on loopback, until the next reset; 0 leads it nowhere.
+  void route(const std::string& host, unsigned port, unsigned of = 443);
   /// The list of this trial, until the next reset.
   void setList(const std::string& list) { list_ = list; }
   [[nodiscard]] const std::string& list() const { return list_; }
+  /// What happens, until the next reset, when the image is first asked for; it is sent when that is over.
+  void beforeImage(std::function<void()> happens) { beforeImage_ = std::move(happens); }
 
   [[nodiscard]] Application application() const;
+  /// The version of what lies there; absent when it cannot be told.
+  [[nodiscard]] std::optional<std::string> applicationVersion() const;
   [[nodiscard]] Leftovers leftovers() const;
   /// Every message of the system log so far.
   [[nodiscard]] std::vector<std::string> records() const;
@@ -79,16 +85,14 @@ class Ground {
   std::string oldContents_;
   std::string updatedContents_;
   std::string list_;
+  std::function<void()> beforeImage_;
   std::optional<rehearsal::ChildProgram> orvik_;
-  std::map<std::string, unsigned> routes_;
+  std::map<std::string, unsigned> routes_;  // by "host:port"
   rehearsal::Credentials listCredentials_ = authority_.issue(listHost);
   rehearsal::Credentials imageCredentials_ = authority_.issue(imageHost);
   std::unique_ptr<rehearsal::HTTPSServer> listServer_;
   std::unique_ptr<rehearsal::HTTPSServer> imageServer_;
 };
-
-/// Gives what lies there, and below, to the ordinary user.
-void handOver(const std::filesystem::path& path);
 
 /// Whether a record is one of those that end a check.
 bool endsCheck(const std::string& message);

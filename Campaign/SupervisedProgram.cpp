@@ -1,14 +1,30 @@
 #include "Campaign/SupervisedProgram.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <stdexcept>
 #include <utility>
 
 #include <fmt/format.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace campaign {
+
+std::optional<WrittenRecord> recordWritten(const rehearsal::SystemCall& call) {
+  if (call.number != SYS_write) return std::nullopt;
+  const std::string line = call.bytesAt(1, std::min<std::uint64_t>(call.arguments[2], 1024));
+  const auto valueOf = [&](const std::string& key) -> std::string {
+    const auto start = line.find(fmt::format("\"{}\":\"", key));
+    if (start == std::string::npos) return "";
+    const auto value = start + key.size() + 4;
+    return line.substr(value, line.find_first_of("\"=:\\", value) - value);
+  };
+  WrittenRecord record{.message = valueOf("eventMessage"), .category = valueOf("category")};
+  if (record.message.empty()) return std::nullopt;
+  return record;
+}
 
 SupervisedProgram::SupervisedProgram(const rehearsal::Scene::Command& command, Judge judge)
     : mark_(command.environment.at(0)), judge_(std::move(judge)) {

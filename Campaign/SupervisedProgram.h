@@ -4,6 +4,7 @@
 #include "Rehearsal/SystemCalls.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -53,5 +54,18 @@ class SupervisedProgram {
   pid_t itself_ = 0;
   std::jthread supervisor_;
 };
+
+/// A record that is about to be written to the system log, its message up to the first variable of it.
+struct WrittenRecord {
+  std::string message;
+  std::string category;
+};
+/// Absent for a call that writes something else.
+std::optional<WrittenRecord> recordWritten(const rehearsal::SystemCall& call);
+
+/// The first record of an install, and the one from which on the old application may be gone.
+inline constexpr const char* beginsInstall = "Checking ability to replace app files";
+inline constexpr const char* replaces = "Replacing app files at final destination";
+inline constexpr std::chrono::seconds installLimit{60};
 
 }  // namespace campaign

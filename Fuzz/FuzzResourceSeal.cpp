@@ -10,10 +10,17 @@ namespace {
 
 using namespace platform::codesignature;
 
-constexpr std::array files = {"Info.plist", "Resources/about.txt", "Resources/de.lproj/locversion.plist", "PkgInfo"};
+struct File {
+  const char* path;
+  const char* contents;
+};
+constexpr std::array files = {File{"Info.plist", "ab"}, File{"Resources/about.txt", "ab"},
+                              File{"Resources/de.lproj/locversion.plist", "ab"}, File{"PkgInfo", "ab"},
+                              File{"Helpers/tool", "code"}};
+constexpr File sealedLink{"Resources/link", "about.txt"};
 constexpr const char* mainExecutable = "MacOS/Main";
 
-/// A bundle's sealed root: files of two bytes each, a link and code inside.
+/// A bundle's sealed root: a few files, a link and code inside.
 class Tree {
  public:
   Tree() {
@@ -21,9 +28,9 @@ class Tree {
     for (const char* folder : {"MacOS", "Resources/de.lproj", "Frameworks/Kit.framework", "Helpers"}) {
       fs::create_directories(folder_.path() + "/" + folder);
     }
-    for (const char* file : files) fuzz::write(path(file), "ab");
-    for (const char* code : {mainExecutable, "Helpers/tool"}) fuzz::write(path(code), "code");
-    fs::create_symlink("about.txt", path("Resources/link"));
+    for (const File& file : files) fuzz::write(path(file.path), file.contents);
+    fuzz::write(path(mainExecutable), "code");
+    fs::create_symlink(sealedLink.contents, path(sealedLink.path));
     root_ = Descriptor(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   }
   [[nodiscard]] int root() const { return root_.number(); }
@@ -36,20 +43,21 @@ class Tree {
 };
 
 /// Whether the seal has the file as it is, or its rules want nothing of it.
-bool isCovered(const ResourceSeal& seal, const std::string& path) {
-  static const Bytes expected = digest(HashType::sha256, viewOf("ab"));
-  const auto verdict = seal.rules.verdict(path);
-  if (!verdict || verdict->omit) return true;
-  const auto found = seal.resources.find(path);
+bool isCovered(const ResourceSeal& seal, const File& file) {
+  const auto verdict = seal.rules.verdict(file.path);
+  const bool isLink = std::string_view(file.path) == sealedLink.path;
+  if (!verdict || verdict->omit || (isLink && seal.version == 1)) return true;
+  const auto found = seal.resources.find(file.path);
   if (found == seal.resources.end()) return false;
+  if (isLink) return found->second.kind == SealedResource::Kind::link && found->second.linkTarget == file.contents;
   if (verdict->nested) return found->second.kind == SealedResource::Kind::nestedCode;
   const auto hash = found->second.digests.find(HashType::sha256);
-  return hash != found->second.digests.end() && hash->second == expected;
+  return hash != found->second.digests.end() && hash->second == digest(HashType::sha256, viewOf(file.contents));
 }
 
 }  // namespace
 
-/// A bundle's CodeResources over a small tree: what passes covers all of its files.
+/// A bundle's CodeResources over a small tree: what passes covers all of its files and its link.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Tree tree;
   const auto seal = ResourceSeal::parse({data, size});
@@ -58,6 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return compileRequirement(requirement) ? Result<void>() : failed(platform::errSecCSResourcesInvalid);
   };
   if (!checkResources(tree.root(), mainExecutable, *seal, {HashType::sha256}, nested)) return 0;
-  for (const char* file : files) fuzz::require(isCovered(*seal, file));
+  for (const File& file : files) fuzz::require(isCovered(*seal, file));
+  fuzz::require(isCovered(*seal, sealedLink));
   return 0;
 }

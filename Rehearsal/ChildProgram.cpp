@@ -4,6 +4,7 @@
 #include "Posix/FileDescriptor.h"
 #include "Posix/Pidfd.h"
 
+#include <cerrno>
 #include <csignal>
 #include <stdexcept>
 
@@ -24,9 +25,19 @@ ChildProgram::ChildProgram(const std::filesystem::path& executable, const std::v
   if (output == StandardOutput::discarded) {
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   }
+  // Its signals are the system's, whatever this program or a library of its ignores or blocks.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t signals;
+  sigemptyset(&signals);
+  posix_spawnattr_setsigmask(&attributes, &signals);
+  sigfillset(&signals);
+  posix_spawnattr_setsigdefault(&attributes, &signals);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   const int error =
-      posix_spawn(&pid_, executable.c_str(), &actions, nullptr, platform::posix::argumentVector(words).data(),
+      posix_spawn(&pid_, executable.c_str(), &actions, &attributes, platform::posix::argumentVector(words).data(),
                   platform::posix::argumentVector(variables).data());
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) throw std::runtime_error("cannot start " + executable.string());
 }
@@ -38,7 +49,8 @@ ChildProgram::~ChildProgram() {
 }
 
 void ChildProgram::send(int signal) const {
-  kill(pid_, signal);
+  // Once it has been reaped its identifier may be another's.
+  if (!status_) kill(pid_, signal);
 }
 
 bool ChildProgram::isRunning() {
@@ -46,20 +58,26 @@ bool ChildProgram::isRunning() {
 }
 
 std::optional<int> ChildProgram::wait(std::chrono::milliseconds limit) {
-  if (!status_) {
-    const platform::posix::FileDescriptor process(pidfd_open(pid_, 0));
-    pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
-    poll(&end, 1, static_cast<int>(limit.count()));
-    reap(false);
+  using std::chrono::steady_clock;
+  const auto deadline = steady_clock::now() + limit;
+  const platform::posix::FileDescriptor process(pidfd_open(pid_, 0));
+  pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
+  while (!reap(false) && steady_clock::now() < deadline) {
+    // Comes back early when a signal is handled meanwhile.
+    poll(&end, 1,
+         static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count()));
   }
   return status_;
 }
 
 bool ChildProgram::reap(bool block) {
+  if (status_) return true;
   int status = 0;
-  if (!status_ && waitpid(pid_, &status, block ? 0 : WNOHANG) == pid_) {
-    status_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-  }
+  pid_t ended = -1;
+  do {
+    ended = waitpid(pid_, &status, block ? 0 : WNOHANG);
+  } while (ended < 0 && errno == EINTR);
+  if (ended == pid_) status_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
   return status_.has_value();
 }
 

@@ -18,8 +18,8 @@ enum class StandardOutput : std::uint8_t { shared, discarded };
 /// A program running as a child process. Killed, if it still runs, when the object goes.
 class ChildProgram {
  public:
-  /// Starts it with just these environment variables ("NAME=value") and the other standard streams inherited. Throws
-  /// std::runtime_error when it cannot be started.
+  /// Starts it with just these environment variables ("NAME=value"), no signal ignored or blocked, and the other
+  /// standard streams inherited. Throws std::runtime_error when it cannot be started.
   ChildProgram(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
                const std::vector<std::string>& environment, StandardOutput output = StandardOutput::shared);
   ChildProgram(ChildProgram&& other) noexcept

@@ -44,6 +44,17 @@ std::vector<std::string> argumentsOf(pid_t process) {
 
 }  // namespace
 
+void handOver(const fs::path& path) {
+  if (getuid() != 0) return;
+  std::vector<fs::path> all{path};
+  if (fs::is_directory(fs::symlink_status(path))) {
+    for (const auto& entry : fs::recursive_directory_iterator(path)) all.push_back(entry.path());
+  }
+  for (const fs::path& each : all) {
+    if (lchown(each.c_str(), ordinaryUser, ordinaryUser) != 0) throw Failure("cannot hand over " + each.string());
+  }
+}
+
 Scene::Scene(const Stage& stage, const Setting& setting, Transcript& transcript)
     : stage_(stage), transcript_(transcript), mac_(setting.userName) {
   if (stage.keepsMac) mac_.keep();
@@ -60,6 +71,8 @@ Scene::Scene(const Stage& stage, const Setting& setting, Transcript& transcript)
 }
 
 Scene::~Scene() {
+  agent_.reset();
+  mac_.endPrograms();
   if (hasCollector_) {
     transcript_.settle();
     const auto [received, taken] = collector_.totals();
@@ -106,10 +119,7 @@ void Scene::runTool(const std::string& path, const std::vector<std::string>& arg
 
 void Scene::handToOrdinaryUser() {
   if (getuid() != 0) return;
-  for (const auto& entry : fs::recursive_directory_iterator(mac_.folder())) {
-    if (lchown(entry.path().c_str(), ordinaryUser, ordinaryUser) != 0) throw Failure("cannot hand over the Mac");
-  }
-  if (lchown(mac_.folder().c_str(), ordinaryUser, ordinaryUser) != 0) throw Failure("cannot hand over the Mac");
+  handOver(mac_.folder());
   belongsToOrdinaryUser_ = true;
 }
 

@@ -39,6 +39,9 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// Gives what lies there, and below, to the ordinary user (Scene::handToOrdinaryUser).
+void handOver(const std::filesystem::path& path);
+
 /// A stand-in Mac with an older main application in /Applications, the agent where it is usually installed, and servers
 /// for the hosts it will ask, all shown on a transcript. Steps that do not happen throw Failure.
 class Scene {
@@ -46,7 +49,8 @@ class Scene {
   Scene(const Stage& stage, const Setting& setting, Transcript& transcript);
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
-  /// Ends the transcript's part of this Mac with the totals of what came to its collector, if it has one.
+  /// Ends every program of this Mac, and the transcript's part of it with the totals of what came to its collector, if
+  /// it has one.
   ~Scene();
 
   [[nodiscard]] const StandInMac& mac() const { return mac_; }

@@ -2,11 +2,14 @@
 
 #include "Platform/PropertyList.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 namespace rehearsal {
 namespace {
@@ -78,6 +81,25 @@ void StandInMac::connect(const std::string& host, unsigned port) const {
   const fs::path file = sysroot() / "etc/connect-to";
   const std::string before = fs::exists(file) ? readFile(file) : "";
   writeFile(file, before + fmt::format("{}:443:127.0.0.1:{}\n", host, port));
+}
+
+void StandInMac::endPrograms() const {
+  // Of a process that has ended, though nobody has noticed yet, the environment is empty.
+  const std::string mark = environment().front() + '\0';
+  const auto killAll = [&] {
+    bool any = false;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+      const std::string name = entry.path().filename();
+      if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+      const pid_t process = std::stoi(name);
+      if (process == getpid()) continue;
+      std::ifstream file(entry.path() / "environ", std::ios::binary);
+      const std::string variables{std::istreambuf_iterator<char>(file), {}};
+      if (variables.find(mark) != std::string::npos) any = kill(process, SIGKILL) == 0 || any;
+    }
+    return any;
+  };
+  while (killAll()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 fs::path StandInMac::installApplication(const fs::path& bundle, const fs::path& folder, const std::string& version) {

@@ -36,6 +36,9 @@ class StandInMac {
   /// Sends connections for host:443 to a port on loopback.
   void connect(const std::string& host, unsigned port) const;
 
+  /// Kills every program that finds this Mac by its environment, but this one, until there is none.
+  void endPrograms() const;
+
   /// Copies an application into a folder and sets its CFBundleVersion. Returns where it is now.
   static std::filesystem::path installApplication(const std::filesystem::path& bundle,
                                                   const std::filesystem::path& folder, const std::string& version);
