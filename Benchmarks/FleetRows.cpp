@@ -95,6 +95,7 @@ Loads operator*(double factor, const Loads& loads) {
   return {factor * loads.list, factor * loads.collector};
 }
 
+/// What so many agents ask is spread evenly over the day.
 void add(Table& table, const std::string& when, const Loads& day) {
   constexpr double agents = 10e6;
   constexpr double secondsADay = 86400;
@@ -133,7 +134,7 @@ void fleetRows(const Plan& plan, Table& table) {
   constexpr int checksADay = 6;
   add(table, "a day without an action", checksADay * quiet);
   add(table, "a day with an install, its image not counted", ((checksADay - 1) * quiet) + install);
-  add(table, "a launch with its check", launch);
+  add(table, "a launch with its check, one a day", launch);
 }
 
 }  // namespace benchmarks

@@ -259,7 +259,10 @@ void disturbTheServers(Campaign& campaign) {
       "cut\n"
       "short where its limit is too long to wait for: without a byte the list gives up after 60 s (waited for), the "
       "image\n"
-      "after three times 300 s, a post after 30 s; a drip ends after seven days, or a post after 30 s.");
+      "after three times 300 s, a post after 30 s; a drip ends after seven days, or a post after 30 s. Nobody is to "
+      "come "
+      "by\n"
+      "without TLS, and nothing is to be asked where the certificate is wrong.");
   campaign.report.row({"server", "fault", "records", "time", "left behind", "threads", "descriptors"});
   ServerCampaign family(campaign);
   for (const Target target : {Target::list, Target::image, Target::collector}) {
