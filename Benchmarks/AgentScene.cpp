@@ -79,10 +79,10 @@ void AgentScene::hurry() {
   scene_.reach({"Validation succeeded with no updates"});
 }
 
-void AgentScene::check(int times, const std::vector<std::string>& records) {
+void AgentScene::check(int times, std::span<const char* const> records) {
   sigqueue(scene_.agentProcessIdentifier(), SIGUSR1, {.sival_int = times});
   for (int i = 0; i < times; ++i) {
-    for (const std::string& record : records) scene_.reach({record});
+    for (const char* record : records) scene_.reach({record});
   }
 }
 

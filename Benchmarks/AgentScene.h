@@ -3,7 +3,9 @@
 #include "Benchmarks/Measure.h"
 #include "Rehearsal/Scene.h"
 
+#include <array>
 #include <atomic>
+#include <span>
 
 namespace benchmarks {
 
@@ -12,8 +14,8 @@ inline constexpr const char* logHost = CORVANE_LOG_HOST;
 inline constexpr const char* imageURL = "https://images.corvane.example/Orvik.dmg";
 
 /// What a check without anything to do writes, and one with an install that succeeds.
-inline const std::vector<std::string> quietCheck{"Validation succeeded with no updates"};
-inline const std::vector<std::string> completeInstall{"Installation completed", "Cleaning up"};
+inline constexpr std::array quietCheck{"Validation succeeded with no updates"};
+inline constexpr std::array completeInstall{"Installation completed", "Cleaning up"};
 
 /// A list that asks nothing, and one that asks to install the image where one of these versions is.
 inline constexpr const char* emptyList = R"({"version":"1","updates":[]})";
@@ -44,7 +46,7 @@ class AgentScene {
   /// Starts the hurried agent (HurriedAgent.cpp) instead of the agent.
   void hurry();
   /// Makes it check the list so many times, each of which writes these records and ends with the last.
-  void check(int times, const std::vector<std::string>& records);
+  void check(int times, std::span<const char* const> records);
   /// Waits until nothing is under way any more.
   void settle() const;
 

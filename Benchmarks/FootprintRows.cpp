@@ -28,7 +28,7 @@ void addGrowth(Table& table, const std::string& when, const Footprint& before, c
 
 /// A tenth of so many checks by a hurried agent, then the rest. What the allocator holds for a while is no growth, so
 /// that is looked at once more after another tenth.
-void addLongRun(Table& table, AgentScene& on, int times, const std::vector<std::string>& records,
+void addLongRun(Table& table, AgentScene& on, int times, std::span<const char* const> records,
                 const std::string& what) {
   const auto checked = [&](int count) {
     on.check(count, records);

@@ -123,7 +123,8 @@ class FailureCampaign {
     for (std::size_t i = 0; i < none.kinds.size(); i += step) {
       for (std::size_t k = 0; k < errors.size(); ++k) {
         // Those that change nothing fail with one error each, and so do all in a sample.
-        if (k != (i / step) % errors.size() && !(step == 1 && none.kinds[i].changes)) continue;
+        const bool takesAll = step == 1 && none.kinds[i].changes;
+        if (!takesAll && k != (i / step) % errors.size()) continue;
         Sabotage sabotage("system.ndjson");
         sabotage.chosen = none.kinds[i].name;
         sabotage.error = errors.at(k);
