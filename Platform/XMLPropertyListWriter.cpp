@@ -55,7 +55,9 @@ class XMLWriter {
   void operator()(double value) { element("real", xml::textFromReal(value)); }
   void operator()(const std::string& value) { element("string", escaped(value)); }
   void operator()(PropertyList::Date value) { element("date", xml::textFromDate(value)); }
-  void operator()(PropertyList::UID value) { (*this)(PropertyList::Dictionary{{"CF$UID", std::uint64_t{value.value}}}); }
+  void operator()(PropertyList::UID value) {
+    (*this)(PropertyList::Dictionary{{"CF$UID", std::uint64_t{value.value}}});
+  }
 
   /// Lines of 76 columns at most, a tab taken for 8, but 12 in any case.
   void operator()(const PropertyList::Data& data) {
