@@ -18,8 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 using rehearsal::SystemCall;
 
-/// What the verifier says of a sealed file that is not as it was sealed; and of one that it cannot read.
-constexpr int alteredResource = -67054;
 constexpr std::array errors{ENOSPC, EIO, EACCES, EROFS, EMFILE};
 
 /// Fails one call of an install, of the agent's own processes alone, or only counts them.
@@ -151,9 +149,6 @@ class FailureCampaign {
                     "not come again{}{}",
                     none.kinds.size(), std::ranges::count(none.kinds, true, &Sabotage::Kind::changes), tried,
                     missed.size(), missed.empty() ? "." : ": ", fmt::join(missed, "; ")));
-    if (!unreadable_.empty()) {
-      campaign_.report.note(fmt::format("Told of as files that have been altered: {}.", fmt::join(unreadable_, "; ")));
-    }
     if (missed.size() > std::max<std::size_t>(1, tried / 50))
       campaign_.report.broken("too many calls that were not failed");
   }
@@ -205,9 +200,7 @@ class FailureCampaign {
     } else {
       const std::string reason = reasonForStop();
       ++tally.other[reason];
-      if (reason.contains(fmt::format("Code={}}}", alteredResource))) {
-        unreadable_.push_back(what);
-      } else if (reason.contains("Code=")) {
+      if (reason.contains("Code=")) {
         campaign_.report.broken(fmt::format("{}: another error in “{}”", what, reason));
       }
     }
@@ -239,7 +232,6 @@ class FailureCampaign {
   Leftovers left_;
   std::map<std::string, Tally> tallies_;
   std::vector<std::string> order_;
-  std::vector<std::string> unreadable_;
 };
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include "Platform/UTF8.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -171,28 +173,40 @@ class ResourceWalk {
   }
 
   void checkFiles() {
-    std::vector<char> isIntact(files_.size(), 0);
+    std::vector<OSStatus> statuses(files_.size(), errSecSuccess);
     forEachIndex(files_.size(), [&](std::size_t i) {
-      isIntact[i] = static_cast<char>(matches(files_[i]));
+      statuses[i] = check(files_[i]);
       return true;
     });
     for (std::size_t i = 0; i < files_.size(); ++i) {
-      if (isIntact[i] == 0) report(errSecCSBadResource, kSecCFErrorResourceAltered, files_[i].path);
+      if (statuses[i] == errSecSuccess) continue;
+      const bool isAltered = statuses[i] == errSecCSBadResource;
+      report(statuses[i], isAltered ? kSecCFErrorResourceAltered : kSecCFErrorPath, files_[i].path);
     }
   }
 
-  /// Opened just once, so that all hashes are of the same file. One that has vanished or become a link does not match.
-  [[nodiscard]] bool matches(const PendingFile& pending) const {
+  /// Opened just once, so that all hashes are of the same file.
+  [[nodiscard]] OSStatus check(const PendingFile& pending) const {
     auto descriptor = openBeneath(root_, pending.path, O_RDONLY | O_NONBLOCK);
-    if (!descriptor) return false;
+    if (!descriptor) return statusOf(descriptor.error());
     const auto file = InputFile::adopt(std::move(*descriptor));
-    if (!file) return false;
-    return std::ranges::all_of(hashTypes_, [&](HashType type) {
+    if (!file) return statusOf(file.error());
+    for (const HashType type : hashTypes_) {
       const auto expected = pending.sealed->digests.find(type);
-      if (expected == pending.sealed->digests.end()) return false;
+      if (expected == pending.sealed->digests.end()) return errSecCSBadResource;
       const auto found = digest(type, *file, 0, file->size());
-      return found && *found == expected->second;
-    });
+      if (!found) return statusOf(found.error());
+      if (*found != expected->second) return errSecCSBadResource;
+    }
+    return errSecSuccess;
+  }
+
+  /// A file that cannot be read says why; one that has vanished or become something else meanwhile has been altered.
+  static OSStatus statusOf(const Failure& failure) {
+    const bool isOfSystem = failure.status > statusOfErrno(0);
+    const std::array changed = {statusOfErrno(ENOENT), statusOfErrno(ENOTDIR), statusOfErrno(ELOOP)};
+    return isOfSystem && std::ranges::find(changed, failure.status) == changed.end() ? failure.status
+                                                                                     : errSecCSBadResource;
   }
 
   /// The first problem decides the status; every file is named.
