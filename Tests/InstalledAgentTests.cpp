@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr auto limit = 60s;
-constexpr const char* listHost = "download.corvane.example";
+constexpr const char* listHost = CORVANE_DOWNLOAD_HOST;
 constexpr const char* bundleName = "Corvane Desktop Update Service.app";
 
 /// The agent as it is installed, started as a process on a stand-in Mac with nothing but the three variables.

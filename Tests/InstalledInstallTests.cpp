@@ -62,7 +62,7 @@ TEST_P(InstalledInstall, EndsAsItShould) {
   const fs::path prefix = CORVANE_TEST_PREFIX;
   Scene scene({.prefix = prefix}, {}, transcript);
   const fs::path image = Maker(scene, prefix / "Orvik.app").pack(ending.release);
-  scene.serve("download.corvane.example", [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
+  scene.serve(CORVANE_DOWNLOAD_HOST, [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
   scene.serve("images.corvane.example", [image](const HTTPRequest&) { return HTTPResponse{.file = image}; });
   scene.handToOrdinaryUser();
   if (ending.sabotage) ending.sabotage(scene);
@@ -154,10 +154,10 @@ TEST(InstalledAgentsPosts, NameNeitherTheUserNorTheirPlaces) {
     rehearsal::Transcript transcript;
     Scene scene({.prefix = CORVANE_TEST_PREFIX}, {.userName = user}, transcript);
     const fs::path image = Maker(scene, scene.orvik()).pack({});
-    scene.serve("download.corvane.example", [&](const HTTPRequest&) {
+    scene.serve(CORVANE_DOWNLOAD_HOST, [&](const HTTPRequest&) {
       return HTTPResponse{.body = listOf(fmt::format("{}/xylophagous.dmg?{}", host, query))};
     });
-    scene.serve("log.corvane.example", [&](const HTTPRequest& request) { return posts.receive(request); });
+    scene.serve(CORVANE_LOG_HOST, [&](const HTTPRequest& request) { return posts.receive(request); });
     if (!fails) scene.serve(host, [image](const HTTPRequest&) { return HTTPResponse{.file = image}; });
     if (fails) scene.mac().connect(host, 1);
     scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
@@ -182,7 +182,7 @@ TEST(InstalledAgentAtOnce, InstallsWhileTheApplicationUpdatesItself) {
   const fs::path prefix = CORVANE_TEST_PREFIX;
   Scene scene({.prefix = prefix}, {}, transcript);
   const fs::path image = Maker(scene, prefix / "Orvik.app").pack({.ballastBytes = 8U << 20U});
-  scene.serve("download.corvane.example", [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
+  scene.serve(CORVANE_DOWNLOAD_HOST, [](const HTTPRequest&) { return HTTPResponse{.body = list}; });
   scene.serve("images.corvane.example", [&halfway, &goOn, image](const HTTPRequest&) {
     return HTTPResponse{.file = image, .progress = [&, told = false](std::size_t sent, std::size_t total) mutable {
                           if (told || sent < total / 2) return;
@@ -191,7 +191,7 @@ TEST(InstalledAgentAtOnce, InstallsWhileTheApplicationUpdatesItself) {
                           goOn.get_future().wait();
                         }};
   });
-  scene.serveCollector("log.corvane.example");
+  scene.serveCollector(CORVANE_LOG_HOST);
   scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
   scene.startAgent();
   ASSERT_EQ(halfway.get_future().wait_for(60s), std::future_status::ready);
