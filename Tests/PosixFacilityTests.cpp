@@ -21,7 +21,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace std::chrono_literals;
@@ -218,6 +217,7 @@ TEST_F(PosixFacilities, ChildrenMayWriteAnyAmountAndLeaveOthersBehind) {
   EXPECT_EQ(result.standardError.value_or("").size(), 10'000'000U);
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(bash("echo started; sleep 30 & disown").standardOutput, "started\n");
+  EXPECT_TRUE(bash("yes & disown; sleep 0.1").standardOutput.value_or("").starts_with("y\ny\n"));
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s) << "a grandchild that holds the pipe was waited for";
 }
 

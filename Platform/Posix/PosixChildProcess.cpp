@@ -6,7 +6,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <memory>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -53,16 +52,24 @@ class SpawnOptions {
   posix_spawnattr_t attributes{};
 };
 
-/// Reads what there is to read without waiting. False at the end of the pipe.
-bool drain(const FileDescriptor& pipe, std::string& output) {
+/// Reads some of what there is to read without waiting; -1 when there is nothing now, 0 when there never will be.
+ssize_t readSome(const FileDescriptor& pipe, std::string& output) {
   std::array<char, 65536> chunk{};
-  while (true) {
-    const ssize_t count = read(pipe.get(), chunk.data(), chunk.size());
-    if (count > 0) {
-      output.append(chunk.data(), static_cast<std::size_t>(count));
-    } else if (count == 0 || errno != EINTR) {
-      return count < 0 && errno == EAGAIN;
-    }
+  ssize_t count = 0;
+  do {
+    count = read(pipe.get(), chunk.data(), chunk.size());
+  } while (count < 0 && errno == EINTR);
+  if (count > 0) output.append(chunk.data(), static_cast<std::size_t>(count));
+  return count < 0 && errno != EAGAIN ? 0 : count;
+}
+
+/// What the child left in the pipe: at most as much as a pipe holds, whoever else goes on writing.
+void readRest(const FileDescriptor& pipe, std::string& output) {
+  ssize_t left = fcntl(pipe.get(), F_GETPIPE_SZ);
+  while (left > 0) {
+    const ssize_t count = readSome(pipe, output);
+    if (count <= 0) return;
+    left -= count;
   }
 }
 
@@ -74,11 +81,11 @@ void collect(pid_t child, Pipe& out, Pipe& err, std::string& output, std::string
       {{out.readingEnd.get(), POLLIN, 0}, {err.readingEnd.get(), POLLIN, 0}, {process.get(), POLLIN, 0}}};
   while ((waits[2].revents & POLLIN) == 0 && (process || waits[0].fd >= 0 || waits[1].fd >= 0)) {
     if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) break;
-    if (waits[0].revents != 0 && !drain(out.readingEnd, output)) waits[0].fd = -1;
-    if (waits[1].revents != 0 && !drain(err.readingEnd, errorOutput)) waits[1].fd = -1;
+    if (waits[0].revents != 0 && readSome(out.readingEnd, output) == 0) waits[0].fd = -1;
+    if (waits[1].revents != 0 && readSome(err.readingEnd, errorOutput) == 0) waits[1].fd = -1;
   }
-  drain(out.readingEnd, output);
-  drain(err.readingEnd, errorOutput);
+  readRest(out.readingEnd, output);
+  readRest(err.readingEnd, errorOutput);
 }
 
 ChildProcessResult reaped(pid_t child) {
