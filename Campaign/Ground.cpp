@@ -1,6 +1,7 @@
 #include "Campaign/Ground.h"
 
 #include "Platform/PropertyList.h"
+#include "Rehearsal/Maker.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +11,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 namespace campaign {

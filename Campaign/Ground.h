@@ -1,8 +1,6 @@
 #pragma once
 
-#include "Campaign/SupervisedProgram.h"
 #include "Rehearsal/HTTPSServer.h"
-#include "Rehearsal/Maker.h"
 #include "Rehearsal/Scene.h"
 
 #include <filesystem>

@@ -1,5 +1,6 @@
 #include "Campaign/Families.h"
 #include "Campaign/Ground.h"
+#include "Campaign/SupervisedProgram.h"
 
 #include <algorithm>
 #include <atomic>

@@ -7,7 +7,6 @@
 #include "Posix/SocketAddress.h"
 #include "Posix/ThreadSerialQueue.h"
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <fstream>

@@ -1,9 +1,10 @@
 #include "Campaign/Families.h"
-#include "Rehearsal/Scene.h"
 
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

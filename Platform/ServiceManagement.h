@@ -3,7 +3,6 @@
 #include "Platform/PropertyList.h"
 
 #include <optional>
-#include <vector>
 
 namespace platform {
 

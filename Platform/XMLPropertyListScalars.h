@@ -2,7 +2,6 @@
 
 #include "Platform/PropertyList.h"
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>

@@ -2,8 +2,6 @@
 
 #include "Rehearsal/SigningIdentity.h"
 
-#include <fmt/format.h>
-
 namespace rehearsal {
 namespace {
 

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <set>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

@@ -9,8 +9,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>

@@ -7,7 +7,6 @@
 #include <csignal>
 #include <filesystem>
 
-#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 using namespace std::chrono_literals;

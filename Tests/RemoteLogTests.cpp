@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <condition_variable>
 #include <limits>
-#include <thread>
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

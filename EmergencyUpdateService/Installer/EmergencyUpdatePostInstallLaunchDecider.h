@@ -4,7 +4,6 @@
 #include "Platform/ServiceManagement.h"
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string_view>

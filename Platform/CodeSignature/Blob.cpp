@@ -1,7 +1,5 @@
 #include "CodeSignature/Blob.h"
 
-#include <algorithm>
-
 namespace platform::codesignature {
 namespace {
 

@@ -2,7 +2,6 @@
 
 #include "CodeSignature/Bytes.h"
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <set>

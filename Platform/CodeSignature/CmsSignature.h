@@ -5,7 +5,6 @@
 #include "CodeSignature/Failure.h"
 
 #include <ctime>
-#include <memory>
 #include <optional>
 #include <span>
 #include <vector>

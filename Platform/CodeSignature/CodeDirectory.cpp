@@ -3,7 +3,6 @@
 #include "CodeSignature/Blob.h"
 
 #include <algorithm>
-#include <array>
 
 namespace platform::codesignature {
 namespace {

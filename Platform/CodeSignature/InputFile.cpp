@@ -1,6 +1,5 @@
 #include "CodeSignature/InputFile.h"
 
-#include <algorithm>
 #include <cerrno>
 
 #include <fcntl.h>

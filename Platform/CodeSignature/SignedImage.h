@@ -8,9 +8,7 @@
 #include "CodeSignature/Requirement.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace platform::codesignature {

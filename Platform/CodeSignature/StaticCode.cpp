@@ -1,13 +1,11 @@
 #include "CodeSignature/StaticCode.h"
 
-#include "CodeSignature/DirectoryListing.h"
 #include "CodeSignature/DiskImage.h"
 #include "CodeSignature/MachO.h"
 #include "CodeSignature/SignatureFolder.h"
 
 #include <cerrno>
 #include <filesystem>
-#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>

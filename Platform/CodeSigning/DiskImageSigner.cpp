@@ -4,7 +4,6 @@
 
 #include <filesystem>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace platform::codesigning {

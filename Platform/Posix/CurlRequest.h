@@ -1,12 +1,10 @@
 #pragma once
 
-#include "Platform/NSError.h"
 #include "Platform/URLSession.h"
 #include "Posix/Sysroot.h"
 
 #include <chrono>
 #include <memory>
-#include <string>
 
 #include <curl/curl.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/FileManager.h"
-#include "Posix/Machine.h"
+#include "Posix/Sysroot.h"
 
 namespace platform::posix {
 

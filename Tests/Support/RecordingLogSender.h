@@ -3,7 +3,6 @@
 #include "Logging/EmergencyUpdateServiceLogger.h"
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>

@@ -1,7 +1,5 @@
 #include "Support/World.h"
 
-#include <fmt/format.h>
-
 namespace {
 
 platform::Bundle agentBundle(const rehearsal::StandInMac& mac) {

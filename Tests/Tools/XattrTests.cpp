@@ -1,7 +1,5 @@
 #include "ToolWorld.h"
 
-#include <sys/stat.h>
-
 namespace tools::tests {
 namespace {
 

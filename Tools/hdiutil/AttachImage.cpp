@@ -4,7 +4,6 @@
 #include "Support/ErrorText.h"
 #include "hdiutil/VolumeImage.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>

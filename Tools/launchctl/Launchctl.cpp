@@ -6,12 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <filesystem>
 #include <optional>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tools {

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
