@@ -84,8 +84,7 @@ class RunLoop::LoopTimer final : public Timer {
   bool running_ = false;
 };
 
-RunLoop::RunLoop(const Clock& clock, std::move_only_function<void()> wake)
-    : state_(std::make_shared<State>(clock)), wake_(std::move(wake)) {}
+RunLoop::RunLoop(const Clock& clock) : state_(std::make_shared<State>(clock)) {}
 
 RunLoop::~RunLoop() = default;
 
@@ -98,20 +97,7 @@ std::shared_ptr<Timer> RunLoop::scheduledTimer(TimeInterval interval, Repeats re
   return timer;
 }
 
-void RunLoop::perform(Action action) {
-  const std::scoped_lock lock(performMutex_);
-  performed_.push_back(std::move(action));
-  wake_();
-}
-
 void RunLoop::runOnce() {
-  std::vector<Action> performed;
-  {
-    const std::scoped_lock lock(performMutex_);
-    performed.swap(performed_);
-  }
-  for (Action& action : performed) action();
-
   const TimeInterval now = state_->clock.uptime();
   while (!state_->scheduled.empty() && state_->scheduled.begin()->first.first <= now) {
     auto due = state_->scheduled.extract(state_->scheduled.begin());

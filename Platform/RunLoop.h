@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -28,8 +27,8 @@ class Timer {
   [[nodiscard]] virtual bool isValid() const = 0;
 };
 
-/// The main run loop: timers, and work that other threads hand over. It decides what runs when; who waits in between is
-/// the application's business (or a test's, which moves the clock instead).
+/// The main run loop: timers. It decides what runs when; who waits in between is the application's business (or a
+/// test's, which moves the clock instead). Main thread only.
 ///
 /// Timers are kept on Clock::uptime(). Those due run in the order of their fire times, equal ones in the order of their
 /// registration. A repeating timer keeps its phase: it next fires at the first multiple of its interval strictly after
@@ -39,8 +38,7 @@ class RunLoop {
   using Action = std::move_only_function<void()>;
   enum class Repeats { no, yes };
 
-  /// `wake` is called, on any thread, when perform() has something for a loop that may be asleep; it must not block.
-  explicit RunLoop(const Clock& clock, std::move_only_function<void()> wake = [] {});
+  explicit RunLoop(const Clock& clock);
   RunLoop(const RunLoop&) = delete;
   RunLoop& operator=(const RunLoop&) = delete;
   ~RunLoop();
@@ -48,10 +46,7 @@ class RunLoop {
   /// First fires `interval` seconds from now. An interval of 0 or less counts as 0.1 ms.
   std::shared_ptr<Timer> scheduledTimer(TimeInterval interval, Repeats repeats, Action action);
 
-  /// Runs `action` on the main thread, after everything handed over before it. Any thread.
-  void perform(Action action);
-
-  /// Runs what was handed over, then every timer that is due now; each at most once.
+  /// Runs every timer that is due now, each at most once.
   void runOnce();
 
   /// The uptime at which the next timer is due, in the past for one that is overdue; absent without timers.
@@ -62,9 +57,6 @@ class RunLoop {
   class LoopTimer;
 
   std::shared_ptr<State> state_;
-  std::mutex performMutex_;
-  std::vector<Action> performed_;
-  std::move_only_function<void()> wake_;
 };
 
 }  // namespace platform

@@ -2,7 +2,6 @@
 #include "Support/Fakes.h"
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -96,17 +95,6 @@ TEST_F(RunLoopTest, ATimerMayScheduleAnotherAndOutliveItsHandle) {
   loop.scheduledTimer(10, no, [&] { every(0, "soon", no); });
   EXPECT_THAT(wakeAt(10), IsEmpty());
   EXPECT_THAT(wakeAt(11), ElementsAre("soon@11"));
-}
-
-TEST_F(RunLoopTest, PerformsWorkOfOtherThreadsInOrder) {
-  std::thread([&] {
-    for (const char* name : {"1", "2", "3"}) loop.perform([this, name] { fired.emplace_back(name); });
-  }).join();
-  loop.perform([this] { loop.perform([this] { fired.emplace_back("nested"); }); });
-  loop.runOnce();
-  EXPECT_THAT(fired, ElementsAre("1", "2", "3"));
-  loop.runOnce();
-  EXPECT_THAT(fired, ElementsAre("1", "2", "3", "nested"));
 }
 
 }  // namespace

@@ -5,12 +5,10 @@
 #include <cstdlib>
 #include <system_error>
 
-#include <asio/post.hpp>
-
 namespace platform::posix {
 
 PosixApplication::PosixApplication(const Clock& clock)
-    : clock_(clock), quitSignals_(io_, SIGTERM, SIGINT), mainRunLoop_(clock, [this] { asio::post(io_, [] {}); }) {
+    : clock_(clock), quitSignals_(io_, SIGTERM, SIGINT), mainRunLoop_(clock) {
   quitSignals_.async_wait([this](const std::error_code& error, int) {
     if (!error) terminate();
   });

@@ -10,7 +10,7 @@
 
 namespace platform::posix {
 
-/// Waits for whatever comes next (a timer, work from another thread, SIGTERM or SIGINT, a descriptor that a facility
+/// Waits for whatever comes next (a timer, SIGTERM or SIGINT, a descriptor that a facility
 /// watches through `io()`) and sleeps in between: nothing wakes the process up without a cause.
 class PosixApplication final : public Application {
  public:
