@@ -31,15 +31,15 @@ class Tree {
     for (const File& file : files) fuzz::write(path(file.path), file.contents);
     fuzz::write(path(mainExecutable), "code");
     fs::create_symlink(sealedLink.contents, path(sealedLink.path));
-    root_ = Descriptor(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    root_ = platform::posix::FileDescriptor(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   }
-  [[nodiscard]] int root() const { return root_.number(); }
+  [[nodiscard]] int root() const { return root_.get(); }
 
  private:
   [[nodiscard]] std::string path(const std::string& name) const { return folder_.path() + "/" + name; }
 
   fuzz::Folder folder_;
-  Descriptor root_;
+  platform::posix::FileDescriptor root_;
 };
 
 /// Whether the seal has the file as it is, or its rules want nothing of it.

@@ -3,6 +3,7 @@
 #include "Posix/ArgumentVector.h"
 #include "Posix/FileDescriptor.h"
 #include "Posix/Pidfd.h"
+#include "Posix/SpawnOptions.h"
 
 #include <cerrno>
 #include <csignal>
@@ -20,25 +21,13 @@ ChildProgram::ChildProgram(const std::filesystem::path& executable, const std::v
   std::vector<std::string> words{executable.string()};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = environment;
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
+  platform::posix::SpawnOptions options;
   if (output == StandardOutput::discarded) {
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&options.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   }
-  // Its signals are the system's, whatever this program or a library of its ignores or blocks.
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t signals;
-  sigemptyset(&signals);
-  posix_spawnattr_setsigmask(&attributes, &signals);
-  sigfillset(&signals);
-  posix_spawnattr_setsigdefault(&attributes, &signals);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   const int error =
-      posix_spawn(&pid_, executable.c_str(), &actions, &attributes, platform::posix::argumentVector(words).data(),
-                  platform::posix::argumentVector(variables).data());
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&actions);
+      posix_spawn(&pid_, executable.c_str(), &options.actions, &options.attributes,
+                  platform::posix::argumentVector(words).data(), platform::posix::argumentVector(variables).data());
   if (error != 0) throw std::runtime_error("cannot start " + executable.string());
 }
 

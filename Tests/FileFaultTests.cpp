@@ -1,4 +1,4 @@
-#include "Posix/FileDescriptor.h"
+#include "Posix/RegularFile.h"
 #include "Support/Saboteur.h"
 #include "Support/World.h"
 

@@ -52,7 +52,7 @@ std::optional<std::string> executableName(const PropertyList& info, const std::s
 
 struct Places {
   BundleLayout::Shape shape;
-  Descriptor sealedRoot;
+  posix::FileDescriptor sealedRoot;
   std::string currentVersion;
 };
 
@@ -69,11 +69,11 @@ Result<Places> placesOf(int root) {
   if (exists(root, "Versions")) {
     const auto versions = openFolder(root, "Versions");
     if (!versions) return failed(errSecCSBadBundleFormat);
-    auto current = linkText(versions->number(), "Current");
+    auto current = linkText(versions->get(), "Current");
     if (!current || current->empty() || current->contains('/') || current->starts_with('.')) {
       return failed(errSecCSBadFrameworkVersion);
     }
-    auto version = openFolder(versions->number(), *current);
+    auto version = openFolder(versions->get(), *current);
     if (!version) return failed(errSecCSBadFrameworkVersion);
     return Places{BundleLayout::Shape::framework, std::move(*version), std::move(*current)};
   }
@@ -91,8 +91,8 @@ Result<OpenedFile> mainFile(int directory, const std::string& path, std::optiona
   return failed(errSecCSBadBundleFormat);
 }
 
-Result<BundleLayout> layoutOf(Descriptor root, Places places, const std::string& name) {
-  const int directory = places.sealedRoot.number();
+Result<BundleLayout> layoutOf(posix::FileDescriptor root, Places places, const std::string& name) {
+  const int directory = places.sealedRoot.get();
   const bool hasContents = places.shape == BundleLayout::Shape::contents;
   auto info =
       hasContents ? firstFile(directory, {infoPlistName}) : firstFile(directory, {infoPlistInResources, infoPlistName});
@@ -129,26 +129,26 @@ bool isVersionLink(int root, const DirectoryEntry& entry, const std::string& cur
 
 }  // namespace
 
-Result<BundleLayout> BundleLayout::open(Descriptor root, const std::string& name) {
-  auto places = placesOf(root.number());
+Result<BundleLayout> BundleLayout::open(posix::FileDescriptor root, const std::string& name) {
+  auto places = placesOf(root.get());
   if (!places) return std::unexpected(places.error());
   return layoutOf(std::move(root), std::move(*places), name);
 }
 
-Result<BundleLayout> BundleLayout::openVersion(Descriptor version, const std::string& frameworkName) {
-  auto same = openFolder(version.number(), ".");
+Result<BundleLayout> BundleLayout::openVersion(posix::FileDescriptor version, const std::string& frameworkName) {
+  auto same = openFolder(version.get(), ".");
   if (!same) return std::unexpected(same.error());
   return layoutOf(std::move(version), Places{Shape::flat, std::move(*same), {}}, frameworkName);
 }
 
 Result<void> BundleLayout::checkRoot() const {
   if (shape == Shape::flat) return {};
-  const auto entries = directoryEntries(root.number());
+  const auto entries = directoryEntries(root.get());
   if (!entries) return std::unexpected(entries.error());
   const bool isFramework = shape == Shape::framework;
   for (const auto& entry : *entries) {
     const bool isSealed = entry.name == (isFramework ? "Versions" : "Contents");
-    const bool isLink = isFramework && isVersionLink(root.number(), entry, currentVersion);
+    const bool isLink = isFramework && isVersionLink(root.get(), entry, currentVersion);
     const bool isModuleMap = isFramework && entry.name == "module.map" && !entry.isExecutable;
     if (isSealed || isLink || isModuleMap || isFinderFile(entry)) continue;
     return failed(isFramework ? errSecCSUnsealedFrameworkRoot : errSecCSUnsealedAppRoot, kSecCFErrorResourceAdded,
@@ -160,9 +160,9 @@ Result<void> BundleLayout::checkRoot() const {
 Result<std::vector<std::string>> BundleLayout::otherVersions() const {
   std::vector<std::string> names;
   if (shape != Shape::framework) return names;
-  const auto versions = openFolder(root.number(), "Versions");
+  const auto versions = openFolder(root.get(), "Versions");
   if (!versions) return std::unexpected(versions.error());
-  const auto entries = directoryEntries(versions->number());
+  const auto entries = directoryEntries(versions->get());
   if (!entries) return std::unexpected(entries.error());
   for (const auto& entry : *entries) {
     if (entry.name == currentVersion || entry.name == "Current" || isFinderFile(entry)) continue;

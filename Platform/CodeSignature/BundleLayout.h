@@ -22,9 +22,9 @@ struct BundleLayout {
 
   /// The bundle in the folder open at `root`, of that name. errSecCSBadBundleFormat when it has neither an executable
   /// nor an Info.plist, or is arranged in no such way.
-  static Result<BundleLayout> open(Descriptor root, const std::string& name);
+  static Result<BundleLayout> open(posix::FileDescriptor root, const std::string& name);
   /// One version of a framework, given the open folder of that version.
-  static Result<BundleLayout> openVersion(Descriptor version, const std::string& frameworkName);
+  static Result<BundleLayout> openVersion(posix::FileDescriptor version, const std::string& frameworkName);
 
   /// errSecCSUnsealedAppRoot or errSecCSUnsealedFrameworkRoot when the bundle's folder has anything that the signature
   /// does not reach: there may be only the folder that is sealed, links into it and the Finder's own files.
@@ -34,10 +34,10 @@ struct BundleLayout {
   [[nodiscard]] Result<std::vector<std::string>> otherVersions() const;
 
   Shape shape;
-  Descriptor root;
-  Descriptor sealedRoot;           ///< paths in the seal count from here
-  std::string currentVersion;      ///< of a framework
-  std::optional<Bytes> infoPlist;  ///< the file's bytes
+  posix::FileDescriptor root;
+  posix::FileDescriptor sealedRoot;  ///< paths in the seal count from here
+  std::string currentVersion;        ///< of a framework
+  std::optional<Bytes> infoPlist;    ///< the file's bytes
   /// The executable, below the sealed root. A bundle without one has its Info.plist for it.
   std::string executablePath;
   InputFile executable;

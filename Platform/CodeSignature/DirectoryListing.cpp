@@ -54,23 +54,24 @@ Result<std::vector<DirectoryEntry>> directoryEntries(int directory) {
   return entries;
 }
 
-Result<Descriptor> openFolder(int directory, const std::string& name) {
-  Descriptor folder(::openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+Result<posix::FileDescriptor> openFolder(int directory, const std::string& name) {
+  posix::FileDescriptor folder(::openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder) return failed(statusOfErrno(errno));
   return folder;
 }
 
-Result<Descriptor> openBeneath(int directory, const std::string& path, int flags) {
-  Descriptor parent;
+Result<posix::FileDescriptor> openBeneath(int directory, const std::string& path, int flags) {
+  posix::FileDescriptor parent;
   std::size_t begin = 0;
   for (std::size_t slash = path.find('/'); slash != std::string::npos; slash = path.find('/', begin)) {
-    auto next = openFolder(parent ? parent.number() : directory, path.substr(begin, slash - begin));
+    auto next = openFolder(parent ? parent.get() : directory, path.substr(begin, slash - begin));
     if (!next) return next;
     parent = std::move(*next);
     begin = slash + 1;
   }
   const std::string name = path.substr(begin);
-  Descriptor opened(::openat(parent ? parent.number() : directory, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
+  posix::FileDescriptor opened(
+      ::openat(parent ? parent.get() : directory, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
   if (!opened) return failed(statusOfErrno(errno));
   return opened;
 }

@@ -19,10 +19,10 @@ struct DirectoryEntry {
 [[nodiscard]] Result<std::vector<DirectoryEntry>> directoryEntries(int directory);
 
 /// A folder in the one open at `directory`; links are not followed.
-[[nodiscard]] Result<Descriptor> openFolder(int directory, const std::string& name);
+[[nodiscard]] Result<posix::FileDescriptor> openFolder(int directory, const std::string& name);
 
 /// Opens what lies at a relative path with no link on the way, the last component included; `flags` as for openat.
-[[nodiscard]] Result<Descriptor> openBeneath(int directory, const std::string& path, int flags);
+[[nodiscard]] Result<posix::FileDescriptor> openBeneath(int directory, const std::string& path, int flags);
 
 /// The text of a link.
 [[nodiscard]] Result<std::string> linkText(int directory, const std::string& name);

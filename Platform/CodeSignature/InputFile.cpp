@@ -8,21 +8,17 @@
 
 namespace platform::codesignature {
 
-Descriptor::~Descriptor() {
-  if (number_ >= 0) ::close(number_);
-}
-
 Result<InputFile> InputFile::open(int directory, const std::string& path, Links links) {
   // Without O_NONBLOCK the open of a FIFO would wait for a writer.
   const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (links == Links::refuse ? O_NOFOLLOW : 0);
-  Descriptor descriptor(::openat(directory, path.c_str(), flags));
+  posix::FileDescriptor descriptor(::openat(directory, path.c_str(), flags));
   if (!descriptor) return failed(errno == ELOOP ? OSStatus{errSecCSRegularFile} : statusOfErrno(errno));
   return adopt(std::move(descriptor));
 }
 
-Result<InputFile> InputFile::adopt(Descriptor descriptor) {
+Result<InputFile> InputFile::adopt(posix::FileDescriptor descriptor) {
   struct stat status = {};
-  if (::fstat(descriptor.number(), &status) != 0) return failed(statusOfErrno(errno));
+  if (::fstat(descriptor.get(), &status) != 0) return failed(statusOfErrno(errno));
   if (!S_ISREG(status.st_mode)) return failed(errSecCSRegularFile);
   return InputFile(std::move(descriptor), static_cast<std::uint64_t>(status.st_size), status.st_dev, status.st_ino);
 }
@@ -34,7 +30,7 @@ bool InputFile::isSameFile(const InputFile& other) const {
 Result<void> InputFile::read(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
   if (offset > size_ || buffer.size() > size_ - offset) return failed(statusOfErrno(EIO));
   while (!buffer.empty()) {
-    const ssize_t count = ::pread(descriptor_.number(), buffer.data(), buffer.size(), static_cast<off_t>(offset));
+    const ssize_t count = ::pread(descriptor_.get(), buffer.data(), buffer.size(), static_cast<off_t>(offset));
     if (count < 0 && errno == EINTR) continue;
     // A file that became shorter after it was opened.
     if (count <= 0) return failed(statusOfErrno(count < 0 ? errno : EIO));

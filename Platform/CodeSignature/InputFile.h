@@ -2,6 +2,7 @@
 
 #include "CodeSignature/Bytes.h"
 #include "CodeSignature/Failure.h"
+#include "Posix/FileDescriptor.h"
 
 #include <cstdint>
 #include <span>
@@ -9,27 +10,6 @@
 #include <utility>
 
 namespace platform::codesignature {
-
-/// An open file descriptor. Owned; moved, never copied.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor();
-
-  [[nodiscard]] int number() const { return number_; }
-  [[nodiscard]] explicit operator bool() const { return number_ >= 0; }
-
- private:
-  int number_ = -1;
-};
 
 /// A regular file, opened once and read by position, so that what is checked is what was opened. Reads may come from
 /// several threads.
@@ -41,10 +21,10 @@ class InputFile {
   /// errSecCSRegularFile; with Links::refuse so is a symbolic link.
   static Result<InputFile> open(int directory, const std::string& path, Links links);
   /// Takes over a descriptor that is already open for reading.
-  static Result<InputFile> adopt(Descriptor descriptor);
+  static Result<InputFile> adopt(posix::FileDescriptor descriptor);
 
   [[nodiscard]] std::uint64_t size() const { return size_; }
-  [[nodiscard]] int descriptor() const { return descriptor_.number(); }
+  [[nodiscard]] int descriptor() const { return descriptor_.get(); }
   /// Whether the two are one file on disk.
   [[nodiscard]] bool isSameFile(const InputFile& other) const;
 
@@ -55,10 +35,10 @@ class InputFile {
   [[nodiscard]] Result<Bytes> contents(std::uint64_t maximum) const;
 
  private:
-  InputFile(Descriptor descriptor, std::uint64_t size, std::uint64_t device, std::uint64_t node)
+  InputFile(posix::FileDescriptor descriptor, std::uint64_t size, std::uint64_t device, std::uint64_t node)
       : descriptor_(std::move(descriptor)), size_(size), device_(device), node_(node) {}
 
-  Descriptor descriptor_;
+  posix::FileDescriptor descriptor_;
   std::uint64_t size_;
   std::uint64_t device_;
   std::uint64_t node_;

@@ -119,7 +119,7 @@ class ResourceWalk {
   Result<void> descend(int directory, const std::string& name, const std::string& path, int depth) {
     const auto folder = openFolder(directory, name);
     if (!folder) return std::unexpected(folder.error());
-    return walk(folder->number(), path + "/", depth + 1);
+    return walk(folder->get(), path + "/", depth + 1);
   }
 
   /// By the path's bytes, or else by its canonical form: an HFS+ volume gives back "é" as "e" and an accent, and a

@@ -45,7 +45,7 @@ bool has(const SignatureParts& parts, std::uint32_t slotNumber) {
 }  // namespace
 
 Result<std::optional<SignatureFolder>> SignatureFolder::open(int directory) {
-  Descriptor descriptor(::openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  posix::FileDescriptor descriptor(::openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!descriptor && errno == ENOENT) return std::nullopt;
   if (!descriptor) return failed(errSecCSSignatureFailed);
   SignatureFolder folder(std::move(descriptor));
@@ -59,7 +59,7 @@ const char* SignatureFolder::fileName(std::uint32_t slotNumber) {
 }
 
 Result<void> SignatureFolder::checkNames() const {
-  const auto entries = directoryEntries(descriptor_.number());
+  const auto entries = directoryEntries(descriptor_.get());
   if (!entries) return std::unexpected(entries.error());
   for (const auto& entry : *entries) {
     const auto isNamed = [&entry](const SlotFile& known) { return entry.name == known.name; };
@@ -71,7 +71,7 @@ Result<void> SignatureFolder::checkNames() const {
 }
 
 Result<std::optional<Bytes>> SignatureFolder::file(const char* fileName) const {
-  auto opened = InputFile::open(descriptor_.number(), fileName, InputFile::Links::refuse);
+  auto opened = InputFile::open(descriptor_.get(), fileName, InputFile::Links::refuse);
   if (!opened && opened.error().status == statusOfErrno(ENOENT)) return std::nullopt;
   if (!opened) return std::unexpected(opened.error());
   auto contents = opened->contents(maximumSignatureSize);
@@ -107,7 +107,7 @@ bool SignatureFolder::addsTo(const SignatureParts& embedded) const {
   return std::ranges::any_of(slotFiles, [&](const SlotFile& known) {
     struct stat status = {};
     return !has(embedded, known.slotNumber) &&
-           ::fstatat(descriptor_.number(), known.name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+           ::fstatat(descriptor_.get(), known.name, &status, AT_SYMLINK_NOFOLLOW) == 0;
   });
 }
 

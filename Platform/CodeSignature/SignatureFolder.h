@@ -30,10 +30,10 @@ class SignatureFolder {
   [[nodiscard]] bool addsTo(const SignatureParts& embedded) const;
 
  private:
-  explicit SignatureFolder(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  explicit SignatureFolder(posix::FileDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
   [[nodiscard]] Result<void> checkNames() const;
   [[nodiscard]] Result<std::optional<Bytes>> file(const char* fileName) const;
-  Descriptor descriptor_;
+  posix::FileDescriptor descriptor_;
 };
 
 }  // namespace platform::codesignature

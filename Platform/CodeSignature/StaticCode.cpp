@@ -56,13 +56,13 @@ Result<std::shared_ptr<const StaticCode>> StaticCode::open(const std::string& pa
 }
 
 Result<StaticCode> StaticCode::openAt(int directory, const std::string& name, int linkFlag) {
-  Descriptor descriptor(::openat(directory, name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | linkFlag));
+  posix::FileDescriptor descriptor(::openat(directory, name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | linkFlag));
   if (!descriptor) {
     const bool isMissing = errno == ENOENT || errno == ENOTDIR;
     return failed(isMissing ? OSStatus{errSecCSStaticCodeNotFound} : statusOfErrno(errno));
   }
   struct stat status = {};
-  if (::fstat(descriptor.number(), &status) != 0) return failed(statusOfErrno(errno));
+  if (::fstat(descriptor.get(), &status) != 0) return failed(statusOfErrno(errno));
   if (S_ISDIR(status.st_mode)) {
     auto path = std::filesystem::path(name);
     if (!path.has_filename()) path = path.parent_path();
@@ -140,7 +140,7 @@ Result<void> StaticCode::readDiskImage() {
 /// Info.plist and seal are files in every bundle; the rest of the signature is where the main executable has room for
 /// it, else in files too.
 Result<void> StaticCode::addBundleParts() {
-  const auto folder = SignatureFolder::open(bundle_->sealedRoot.number());
+  const auto folder = SignatureFolder::open(bundle_->sealedRoot.get());
   if (!folder) return std::unexpected(folder.error());
   std::optional<Bytes> seal;
   if (*folder) {

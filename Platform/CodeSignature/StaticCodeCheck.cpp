@@ -89,7 +89,7 @@ Result<void> StaticCode::checkSealedResources(const std::set<HashType>& hashType
   const auto nested = [&](int directory, const std::string& name, const std::string& requirement) {
     return checkNested(directory, name, requirement, context, executable());
   };
-  return checkResources(bundle_->sealedRoot.number(), bundle_->executablePath, *seal, hashTypes, nested);
+  return checkResources(bundle_->sealedRoot.get(), bundle_->executablePath, *seal, hashTypes, nested);
 }
 
 Result<void> StaticCode::checkNested(int directory, const std::string& name, const std::string& requirement,
@@ -109,7 +109,7 @@ Result<void> StaticCode::checkOtherVersions(const Context& context) const {
   const auto names = bundle_->otherVersions();
   if (!names) return std::unexpected(names.error());
   for (const auto& version : *names) {
-    auto folder = openBeneath(bundle_->root.number(), "Versions/" + version, O_RDONLY | O_DIRECTORY);
+    auto folder = openBeneath(bundle_->root.get(), "Versions/" + version, O_RDONLY | O_DIRECTORY);
     if (!folder) return failed(errSecCSBadFrameworkVersion);
     const auto code = ofBundle(BundleLayout::openVersion(std::move(*folder), name_));
     if (!code || !code->check(context)) return failed(errSecCSBadFrameworkVersion, kSecCFErrorPath, version);

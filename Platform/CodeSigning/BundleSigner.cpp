@@ -88,7 +88,7 @@ Signed<void> addParts(const NewSignatureFolder& folder, const SignatureParts& pa
 }  // namespace
 
 Signed<void> signBundle(const std::string& path, SigningRequest request) {
-  Descriptor root(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  posix::FileDescriptor root(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!root) return std::unexpected(path + ": cannot be read");
   const auto layout = BundleLayout::open(std::move(root), fs::path(path).filename().string());
   if (!layout) return std::unexpected(path + ": bundle format unrecognized");

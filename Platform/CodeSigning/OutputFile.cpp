@@ -14,7 +14,6 @@ namespace platform::codesigning {
 
 using codesignature::Bytes;
 using codesignature::ByteView;
-using codesignature::Descriptor;
 using codesignature::InputFile;
 
 namespace {
@@ -27,7 +26,7 @@ std::unexpected<std::string> systemError(const std::string& path) {
 
 Signed<OutputFile> OutputFile::create(const std::string& path) {
   std::string temporaryPath = path + ".XXXXXX";
-  Descriptor descriptor(::mkostemp(temporaryPath.data(), O_CLOEXEC));
+  posix::FileDescriptor descriptor(::mkostemp(temporaryPath.data(), O_CLOEXEC));
   if (!descriptor) return systemError(path);
   return OutputFile(std::move(descriptor), path, std::move(temporaryPath));
 }
@@ -60,7 +59,7 @@ Signed<void> OutputFile::append(const InputFile& file, std::uint64_t offset, std
 
 Signed<void> OutputFile::write(std::uint64_t offset, ByteView bytes) {
   while (!bytes.empty()) {
-    const ssize_t count = ::pwrite(descriptor_.number(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    const ssize_t count = ::pwrite(descriptor_.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return systemError(path_);
     bytes = bytes.subspan(static_cast<std::size_t>(count));
@@ -71,13 +70,13 @@ Signed<void> OutputFile::write(std::uint64_t offset, ByteView bytes) {
 }
 
 Signed<InputFile> OutputFile::reader() const {
-  auto file = InputFile::adopt(Descriptor(::fcntl(descriptor_.number(), F_DUPFD_CLOEXEC, 0)));
+  auto file = InputFile::adopt(posix::FileDescriptor(::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0)));
   if (!file) return std::unexpected(path_ + ": what was written cannot be read");
   return std::move(*file);
 }
 
 Signed<void> OutputFile::commit(mode_t mode) {
-  if (::fchmod(descriptor_.number(), mode) != 0 || ::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+  if (::fchmod(descriptor_.get(), mode) != 0 || ::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
     return systemError(path_);
   }
   temporaryPath_.clear();

@@ -29,10 +29,10 @@ class OutputFile {
   [[nodiscard]] Signed<void> commit(mode_t mode);
 
  private:
-  OutputFile(codesignature::Descriptor descriptor, std::string path, std::string temporaryPath)
+  OutputFile(posix::FileDescriptor descriptor, std::string path, std::string temporaryPath)
       : descriptor_(std::move(descriptor)), path_(std::move(path)), temporaryPath_(std::move(temporaryPath)) {}
 
-  codesignature::Descriptor descriptor_;
+  posix::FileDescriptor descriptor_;
   std::string path_;
   std::string temporaryPath_;
   std::uint64_t size_ = 0;

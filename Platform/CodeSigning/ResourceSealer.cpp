@@ -77,9 +77,9 @@ class Sealer {
       : root_(std::move(root)), mainExecutable_(std::move(mainExecutable)), rules_(std::move(rules)) {}
 
   Signed<Dictionary> run() {
-    const Descriptor folder(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const posix::FileDescriptor folder(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) return std::unexpected(root_ + ": cannot be read");
-    if (auto done = walk(folder.number(), ""); !done) return std::unexpected(done.error());
+    if (auto done = walk(folder.get(), ""); !done) return std::unexpected(done.error());
     return std::move(files_);
   }
 
@@ -113,7 +113,7 @@ class Sealer {
   Signed<void> descend(int directory, const std::string& name, const std::string& path) {
     const auto folder = openFolder(directory, name);
     if (!folder) return std::unexpected(path + ": cannot be read");
-    return walk(folder->number(), path + "/");
+    return walk(folder->get(), path + "/");
   }
 
   Signed<void> sealLink(int directory, const std::string& name, const std::string& path) {

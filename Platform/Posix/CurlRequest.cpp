@@ -1,6 +1,6 @@
 #include "Posix/CurlRequest.h"
 
-#include "Posix/FileDescriptor.h"
+#include "Posix/RegularFile.h"
 
 #include <sstream>
 

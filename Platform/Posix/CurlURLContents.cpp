@@ -2,8 +2,8 @@
 
 #include "Posix/CurlError.h"
 #include "Posix/CurlRequest.h"
-#include "Posix/FileDescriptor.h"
 #include "Posix/PosixError.h"
+#include "Posix/RegularFile.h"
 
 namespace platform::posix {
 namespace {

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <expected>
 #include <thread>
 
 #include <fcntl.h>

@@ -2,6 +2,7 @@
 
 #include "Platform/UUID.h"
 #include "Posix/DistributedNotificationPoster.h"
+#include "Posix/RegularFile.h"
 #include "Posix/SocketAddress.h"
 
 #include <system_error>

@@ -1,6 +1,6 @@
 #include "Posix/FileUserDefaults.h"
 
-#include "Posix/FileDescriptor.h"
+#include "Posix/RegularFile.h"
 
 #include <cerrno>
 #include <mutex>

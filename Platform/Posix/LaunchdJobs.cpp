@@ -1,14 +1,12 @@
 #include "Posix/LaunchdJobs.h"
 
-#include "Posix/FileDescriptor.h"
+#include "Posix/PropertyListFile.h"
 
 #include <algorithm>
 #include <filesystem>
 
 namespace platform::posix {
 namespace {
-
-constexpr std::size_t maximumJobBytes = std::size_t{64} << 20U;
 
 std::vector<std::string> jobFiles(const std::string& folder) {
   std::vector<std::string> files;
@@ -26,10 +24,7 @@ std::vector<std::string> jobFiles(const std::string& folder) {
 std::optional<PropertyList> LaunchdJobs::copyAllJobDictionaries(SMDomain /*domain*/) const {
   PropertyList::Array jobs;
   for (const std::string& file : jobFiles(folder_)) {
-    const auto bytes = readRegularFile(file, maximumJobBytes);
-    auto job =
-        bytes ? PropertyList::parse(*bytes) : std::unexpected(NSError(NSCocoaErrorDomain, NSFileReadUnknownError));
-    if (job && job->dictionary() != nullptr) jobs.push_back(std::move(*job));
+    if (auto job = readDictionary(file)) jobs.push_back(std::move(*job));
   }
   return jobs;
 }

@@ -1,6 +1,6 @@
 #include "Posix/MainBundle.h"
 
-#include "Posix/FileDescriptor.h"
+#include "Posix/PropertyListFile.h"
 
 #include <array>
 #include <climits>
@@ -26,11 +26,7 @@ std::optional<std::string> bundlePathOfExecutable(std::string_view executablePat
 }
 
 std::optional<PropertyList> informationDictionary(const std::string& bundlePath) {
-  const auto bytes = readRegularFile(bundlePath + "/Contents/Info.plist", PropertyList::maximumBytes);
-  if (!bytes) return std::nullopt;
-  auto plist = PropertyList::parse(*bytes);
-  if (!plist || plist->dictionary() == nullptr) return std::nullopt;
-  return std::move(*plist);
+  return readDictionary(bundlePath + "/Contents/Info.plist");
 }
 
 std::optional<std::string> bundleIdentifier(const PropertyList& informationDictionary) {

@@ -1,6 +1,7 @@
 #include "Posix/NdjsonSystemLog.h"
 
 #include "Posix/FileDescriptor.h"
+#include "Posix/RegularFile.h"
 
 #include <algorithm>
 #include <array>

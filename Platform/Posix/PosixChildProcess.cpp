@@ -2,10 +2,10 @@
 
 #include "Posix/ArgumentVector.h"
 #include "Posix/Pidfd.h"
+#include "Posix/SpawnOptions.h"
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -25,31 +25,6 @@ struct Pipe {
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
     return {.readingEnd = FileDescriptor(ends[0]), .writingEnd = FileDescriptor(ends[1])};
   }
-};
-
-/// posix_spawn's two option objects, with what every child gets.
-class SpawnOptions {
- public:
-  SpawnOptions() {
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    sigset_t signals;
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&attributes, &signals);
-    sigfillset(&signals);
-    posix_spawnattr_setsigdefault(&attributes, &signals);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-  }
-  SpawnOptions(const SpawnOptions&) = delete;
-  SpawnOptions& operator=(const SpawnOptions&) = delete;
-  ~SpawnOptions() {
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-  }
-
-  posix_spawn_file_actions_t actions{};
-  posix_spawnattr_t attributes{};
 };
 
 /// Reads some of what there is to read without waiting; -1 when there is nothing now, 0 when there never will be.
@@ -116,7 +91,7 @@ ChildProcessResult PosixChildProcessLauncher::run(const std::string& launchPath,
   const bool captures = capture == Capture::yes;
   Pipe out;
   Pipe err;
-  SpawnOptions options;
+  SpawnOptions options(POSIX_SPAWN_SETPGROUP);
   if (captures) {
     out = Pipe::make();
     err = Pipe::make();

@@ -1,8 +1,8 @@
 #include "Posix/PosixFileManager.h"
 
-#include "Posix/FileDescriptor.h"
 #include "Posix/FileTree.h"
 #include "Posix/PosixError.h"
+#include "Posix/RegularFile.h"
 
 #include <array>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "Posix/PosixProcessInfo.h"
 
 #include "Platform/PropertyList.h"
-#include "Posix/FileDescriptor.h"
+#include "Posix/RegularFile.h"
 
 #include <charconv>
 

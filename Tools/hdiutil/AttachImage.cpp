@@ -1,6 +1,6 @@
 #include "hdiutil/AttachImage.h"
 
-#include "Posix/FileDescriptor.h"
+#include "Posix/RegularFile.h"
 #include "Support/ErrorText.h"
 #include "hdiutil/VolumeImage.h"
 

@@ -1,6 +1,6 @@
 #include "hdiutil/AttachedVolumes.h"
 
-#include "Posix/FileDescriptor.h"
+#include "Posix/RegularFile.h"
 
 #include <cerrno>
 

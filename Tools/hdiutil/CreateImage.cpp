@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <expected>
 #include <filesystem>
 #include <memory>
 #include <set>

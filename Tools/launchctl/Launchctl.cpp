@@ -1,12 +1,12 @@
 #include "launchctl/Launchctl.h"
 
 #include "Platform/PropertyList.h"
-#include "Posix/FileDescriptor.h"
+#include "Posix/LaunchdJobs.h"
+#include "Posix/PropertyListFile.h"
+#include "Posix/RegularFile.h"
 #include "Support/ErrorText.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <optional>
 
 #include <fmt/format.h>
@@ -16,13 +16,12 @@ namespace tools {
 namespace {
 
 using platform::PropertyList;
+using platform::SMDomain;
 using platform::posix::Machine;
-using platform::posix::readRegularFile;
 
 constexpr int usageStatus = 64;
 constexpr int unsupportedDomain = 125;
 constexpr std::string_view extension = ".plist";
-constexpr std::size_t maximumPlistBytes = std::size_t{16} << 20U;
 
 /// Says what went wrong as the real tool does, and yields the exit status.
 int failed(std::string_view operation, int code) {
@@ -49,14 +48,6 @@ std::string fileOfJob(const Machine& machine, std::string_view label) {
   return fmt::format("{}/{}{}", folderOfJobs(machine), label, extension);
 }
 
-std::optional<PropertyList> readJob(const std::string& machinePath) {
-  const auto bytes = readRegularFile(machinePath, maximumPlistBytes);
-  if (!bytes) return std::nullopt;
-  auto job = PropertyList::parse(*bytes);
-  if (!job || job->dictionary() == nullptr) return std::nullopt;
-  return std::move(*job);
-}
-
 std::optional<std::string> label(const PropertyList& job) {
   const PropertyList* value = job["Label"];
   if (value == nullptr || value->string() == nullptr || !isUsableLabel(*value->string())) return std::nullopt;
@@ -78,7 +69,7 @@ int bootstrap(const Machine& machine, const std::string& domain, const std::stri
   if (!isOwnDomain(domain)) return failed("Bootstrap", unsupportedDomain);
   const std::string path = machine.sysroot.machinePath(plist);
   if (access(path.c_str(), F_OK) != 0) return failed("Bootstrap", ENOENT);
-  const auto job = readJob(path);
+  const auto job = platform::posix::readDictionary(path);
   const auto name = job ? label(*job) : std::nullopt;
   if (!name) return failed("Bootstrap", EIO);
   const std::string loaded = fileOfJob(machine, *name);
@@ -100,17 +91,12 @@ int bootout(const Machine& machine, const std::string& target) {
 }
 
 int list(const Machine& machine) {
-  std::vector<std::string> files;
-  std::error_code error;
-  for (std::filesystem::directory_iterator entry(folderOfJobs(machine), error), end; !error && entry != end;
-       entry.increment(error)) {
-    if (entry->path().native().ends_with(extension)) files.push_back(entry->path());
-  }
-  std::ranges::sort(files);
+  const PropertyList jobs = platform::posix::LaunchdJobs(machine.temporaryDirectory)
+                                .copyAllJobDictionaries(SMDomain::userLaunchd)
+                                .value_or(PropertyList::Array());
   fmt::print("PID\tStatus\tLabel\n");
-  for (const std::string& file : files) {
-    const auto job = readJob(file);
-    if (const auto name = job ? label(*job) : std::nullopt) fmt::print("-\t0\t{}\n", *name);
+  for (const PropertyList& job : *jobs.as<PropertyList::Array>()) {
+    if (const auto name = label(job)) fmt::print("-\t0\t{}\n", *name);
   }
   return 0;
 }

@@ -4,11 +4,11 @@
 #include "Posix/FileDescriptor.h"
 #include "Posix/MainBundle.h"
 #include "Posix/PosixWorkspace.h"
+#include "Posix/SpawnOptions.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <optional>
 
@@ -70,25 +70,13 @@ int spawn(const std::string& path, std::vector<std::string> words, pid_t& proces
   const std::vector<char*> arguments = platform::posix::argumentVector(words);
   unsetenv("BASH_ENV");  // NOLINT(concurrency-mt-unsafe): there is one thread
 
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
+  platform::posix::SpawnOptions options(POSIX_SPAWN_SETSID);
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
+    posix_spawn_file_actions_addopen(&options.actions, descriptor, "/dev/null", O_RDWR, 0);
   }
-  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
-  posix_spawn_file_actions_addchdir_np(&actions, "/");
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t signals;
-  sigemptyset(&signals);
-  posix_spawnattr_setsigmask(&attributes, &signals);
-  sigfillset(&signals);
-  posix_spawnattr_setsigdefault(&attributes, &signals);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  const int failure = posix_spawn(&process, path.c_str(), &actions, &attributes, arguments.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  posix_spawnattr_destroy(&attributes);
-  return failure;
+  posix_spawn_file_actions_addclosefrom_np(&options.actions, STDERR_FILENO + 1);
+  posix_spawn_file_actions_addchdir_np(&options.actions, "/");
+  return posix_spawn(&process, path.c_str(), &options.actions, &options.attributes, arguments.data(), environ);
 }
 
 /// What launchd is on a Mac: the parent of the application, there to take note of its end. Without it an application
