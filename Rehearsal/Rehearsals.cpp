@@ -124,7 +124,7 @@ void rehearseInstall(const Stage& stage, Transcript& transcript) {
   scene.serve(CORVANE_DOWNLOAD_HOST, listHandler(list, transcript, requests));
   scene.serveCollector(CORVANE_LOG_HOST);
   scene.serve(imageHost, imageHandler(image, transcript));
-  scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  scene.openOrvik();
   scene.showRunningOrvik("Before");
   const auto before = scene.runningOrvik();
   if (!before || before->version != "1.79.3") throw Failure("the old application does not run");

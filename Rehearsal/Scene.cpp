@@ -1,6 +1,7 @@
 #include "Rehearsal/Scene.h"
 
 #include "Platform/PropertyList.h"
+#include "Posix/DatagramNotificationCenter.h"
 #include "Posix/DistributedNotificationPoster.h"
 #include "Posix/FileDescriptor.h"
 #include "Posix/Pidfd.h"
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <thread>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -39,6 +41,12 @@ std::vector<std::string> argumentsOf(pid_t process) {
   }
   if (!arguments.empty()) arguments.erase(arguments.begin());
   return arguments;
+}
+
+/// Whether the process waits for something that may take as long as it will.
+bool isAsleep(pid_t process) {
+  const std::string status = readFile(fmt::format("/proc/{}/stat", process));
+  return status.substr(status.rfind(')') + 1).starts_with(" S");
 }
 
 }  // namespace
@@ -185,6 +193,23 @@ std::vector<LogEntry> Scene::awaitEndOfAgent() {
   transcript_.event("agent", "exit status 0");
   if (stage_.keepsMac) transcript_.fact("log", mac_.systemLog().string());
   return last;
+}
+
+void Scene::openOrvik() {
+  bool hasSaidSo = false;
+  asio::io_context io;
+  platform::posix::DatagramNotificationCenter center(io, mac_.temporaryDirectory().string());
+  center.addObserver(&center, "com.corvane.ProjectOrvik.applicationDidFinishLaunching",
+                     platform::DistributedNotificationCenter::SuspensionBehavior::deliverImmediately, [&](const auto&) {
+                       hasSaidSo = true;
+                       io.stop();
+                     });
+  runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  io.run_for(usualLimit);
+  const auto running = runningOrvik();
+  if (!hasSaidSo || !running) throw Failure("Orvik did not say that it has launched");
+  // The agent's socket may come after ours; Orvik sleeps once it has told all of them.
+  while (!isAsleep(running->processIdentifier)) std::this_thread::sleep_for(1ms);
 }
 
 void Scene::post(const std::string& name) {

@@ -88,6 +88,8 @@ class Scene {
   /// The same for an agent that ends of its own accord.
   std::vector<LogEntry> awaitEndOfAgent();
 
+  /// Starts Orvik and waits until it has told everybody so. Not for a Mac that was handed to an ordinary user.
+  void openOrvik();
   /// Posts a distributed notification, as the main application and its updater do.
   void post(const std::string& name);
 

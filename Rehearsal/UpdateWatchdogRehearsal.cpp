@@ -21,7 +21,7 @@ std::unique_ptr<Scene> macWithRunningOrvik(const Stage& stage, Transcript& trans
   scene->serve(CORVANE_DOWNLOAD_HOST,
                [](const HTTPRequest&) { return HTTPResponse{.body = R"({"version":"1","updates":[]})"}; });
   scene->serveCollector(CORVANE_LOG_HOST);
-  scene->runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  scene->openOrvik();
   scene->showRunningOrvik("Before");
   scene->startAgent();
   scene->reach({"Validation succeeded with no updates"});
@@ -43,7 +43,7 @@ void rehearseUpdateWatchdog(const Stage& stage, Transcript& transcript) {
   quitForUpdate(*good, transcript);
   std::filesystem::remove_all(good->orvik());
   StandInMac::installApplication(stage.prefix / "Orvik.app", good->orvik().parent_path(), "1.80.0");
-  good->runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  good->openOrvik();
   good->post("com.corvane.ProjectOrvik.updateServiceUpdateCompleted");
   good->showRunningOrvik("It came back");
 

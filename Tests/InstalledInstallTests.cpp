@@ -160,7 +160,7 @@ TEST(InstalledAgentsPosts, NameNeitherTheUserNorTheirPlaces) {
     scene.serve(CORVANE_LOG_HOST, [&](const HTTPRequest& request) { return posts.receive(request); });
     if (!fails) scene.serve(host, [image](const HTTPRequest&) { return HTTPResponse{.file = image}; });
     if (fails) scene.mac().connect(host, 1);
-    scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+    scene.openOrvik();
     scene.startAgent();
     const std::string end = fails ? "Installer stopped, download failed" : "Cleaning up";
     scene.reach({end});
@@ -192,7 +192,7 @@ TEST(InstalledAgentAtOnce, InstallsWhileTheApplicationUpdatesItself) {
                         }};
   });
   scene.serveCollector(CORVANE_LOG_HOST);
-  scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  scene.openOrvik();
   scene.startAgent();
   ASSERT_EQ(halfway.get_future().wait_for(60s), std::future_status::ready);
 
@@ -200,7 +200,7 @@ TEST(InstalledAgentAtOnce, InstallsWhileTheApplicationUpdatesItself) {
   scene.quitOrvik();
   fs::remove_all(scene.orvik());
   rehearsal::StandInMac::installApplication(prefix / "Orvik.app", scene.orvik().parent_path(), "1.79.9");
-  scene.runTool("/usr/bin/open", {"/Applications/Orvik.app"});
+  scene.openOrvik();
   scene.post("com.corvane.ProjectOrvik.updateServiceUpdateCompleted");
   // One launch too many, so that there is something to see.
   scene.post("com.corvane.ProjectOrvik.applicationDidFinishLaunching");
