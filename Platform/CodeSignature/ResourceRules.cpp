@@ -1,41 +1,116 @@
 #include "CodeSignature/ResourceRules.h"
 
-#include <clocale>
+#include <cctype>
+#include <cstdint>
+#include <string_view>
 
-#include <regex.h>
+#include <re2/re2.h>
 
 namespace platform::codesignature {
 namespace {
 
 constexpr std::size_t maximumRules = 256;
 constexpr std::size_t maximumPattern = 1024;
+/// Bytes that a compiled pattern and the states of its matching may take; the longest rules in use need a tenth of it.
+constexpr std::int64_t maximumMemory = 256 * 1024;
 
-/// Makes the C locale the thread's own while it lives.
-class PlainLocale {
+re2::RE2::Options posixSyntax() {
+  re2::RE2::Options options;
+  options.set_posix_syntax(true);
+  options.set_one_line(true);
+  options.set_dot_nl(true);
+  options.set_log_errors(false);
+  options.set_max_mem(maximumMemory);
+  return options;
+}
+
+/// The characters of Latin-1 that the bytes stand for, in UTF-8: a byte is a character then, whatever it is. RE2's own
+/// Latin-1 mode forgets itself where alternatives begin alike.
+std::string charactersOf(std::string_view bytes) {
+  std::string result;
+  result.reserve(bytes.size());
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    if (value < 0x80) {
+      result += byte;
+    } else {
+      result += static_cast<char>(0xC0 | (value >> 6));
+      result += static_cast<char>(0x80 | (value & 0x3F));
+    }
+  }
+  return result;
+}
+
+/// A pattern in the words of RE2, which takes POSIX extended syntax but for two things: it knows escapes of its own,
+/// and it escapes inside brackets too.
+class Translation {
  public:
-  PlainLocale() : locale_(::newlocale(LC_ALL_MASK, "C", nullptr)), previous_(::uselocale(locale_)) {}
-  PlainLocale(const PlainLocale&) = delete;
-  PlainLocale& operator=(const PlainLocale&) = delete;
-  ~PlainLocale() {
-    ::uselocale(previous_);
-    ::freelocale(locale_);
+  /// The translated pattern; absent for a pattern that is refused.
+  static std::optional<std::string> of(const std::string& pattern) {
+    if (pattern.size() > maximumPattern || pattern.contains('\0')) return std::nullopt;
+    Translation translation(pattern);
+    while (!translation.rest_.empty()) {
+      if (!translation.takeElement()) return std::nullopt;
+    }
+    return std::move(translation.result_);
   }
 
  private:
-  locale_t locale_;
-  locale_t previous_;
-};
+  explicit Translation(std::string_view pattern) : rest_(pattern) {}
 
-bool isHarmless(const std::string& pattern) {
-  if (pattern.size() > maximumPattern || pattern.contains('\0')) return false;
-  for (std::size_t i = 0; i < pattern.size(); ++i) {
-    if (pattern[i] == '{') return false;
-    if (pattern[i] != '\\') continue;
-    ++i;
-    if (i < pattern.size() && pattern[i] >= '1' && pattern[i] <= '9') return false;
+  void take(std::size_t count) {
+    result_.append(rest_.substr(0, count));
+    rest_.remove_prefix(count);
   }
-  return true;
-}
+
+  bool takeElement() {
+    switch (rest_.front()) {
+      case '{':
+        return false;
+      case '\\':
+        return takeEscape();
+      case '[':
+        return takeBracketExpression();
+      default:
+        take(1);
+        return true;
+    }
+  }
+
+  bool takeEscape() {
+    constexpr std::string_view anchorsElsewhere = "<>`'";
+    if (rest_.size() < 2 || std::ispunct(static_cast<unsigned char>(rest_[1])) == 0) return false;
+    if (anchorsElsewhere.contains(rest_[1])) return false;
+    take(2);
+    return true;
+  }
+
+  bool takeBracketExpression() {
+    take(1);
+    if (rest_.starts_with('^')) take(1);
+    // A closing bracket that comes first stands for itself.
+    if (rest_.starts_with(']')) take(1);
+    while (!rest_.empty()) {
+      if (rest_.starts_with(']')) {
+        take(1);
+        return true;
+      }
+      if (rest_.starts_with("[.") || rest_.starts_with("[=")) return false;
+      if (rest_.starts_with("[:")) {
+        const std::size_t end = rest_.find(":]", 2);
+        if (end == std::string_view::npos) return false;
+        take(end + 2);
+        continue;
+      }
+      if (rest_.starts_with('\\')) result_ += '\\';
+      take(1);
+    }
+    return false;
+  }
+
+  std::string_view rest_;
+  std::string result_;
+};
 
 bool flag(const PropertyList& rule, std::string_view key) {
   const PropertyList* value = rule[key];
@@ -64,20 +139,10 @@ std::optional<ResourceRules::Verdict> verdictOf(const PropertyList& rule) {
 }  // namespace
 
 struct ResourceRules::Rule {
-  Rule(const std::string& text, Verdict value)
-      : verdict(value), isCompiled(::regcomp(&pattern, text.c_str(), REG_EXTENDED | REG_NOSUB) == 0) {}
-  Rule(const Rule&) = delete;
-  Rule& operator=(const Rule&) = delete;
-  ~Rule() {
-    if (isCompiled) ::regfree(&pattern);
-  }
-  [[nodiscard]] bool matches(const std::string& path) const {
-    return ::regexec(&pattern, path.c_str(), 0, nullptr, 0) == 0;
-  }
+  Rule(const std::string& translated, Verdict value) : pattern(translated, posixSyntax()), verdict(value) {}
 
+  re2::RE2 pattern;
   Verdict verdict;
-  regex_t pattern = {};
-  bool isCompiled;
 };
 
 ResourceRules::ResourceRules() = default;
@@ -88,24 +153,25 @@ ResourceRules::~ResourceRules() = default;
 Result<ResourceRules> ResourceRules::parse(const PropertyList& rules) {
   const auto* entries = rules.dictionary();
   if (entries == nullptr || entries->size() > maximumRules) return failed(errSecCSResourceRulesInvalid);
-  const PlainLocale locale;
   ResourceRules result;
   for (const auto& [pattern, value] : *entries) {
     const auto verdict = verdictOf(value);
-    if (!verdict || !isHarmless(pattern)) return failed(errSecCSResourceRulesInvalid);
-    result.rules_.push_back(std::make_unique<Rule>(pattern, *verdict));
-    if (!result.rules_.back()->isCompiled) return failed(errSecCSResourceRulesInvalid);
+    const auto translated = Translation::of(pattern);
+    if (!verdict || !translated) return failed(errSecCSResourceRulesInvalid);
+    result.rules_.push_back(std::make_unique<Rule>(charactersOf(*translated), *verdict));
+    if (!result.rules_.back()->pattern.ok()) return failed(errSecCSResourceRulesInvalid);
   }
   return result;
 }
 
 std::optional<ResourceRules::Verdict> ResourceRules::verdict(const std::string& path) const {
+  const std::string text = charactersOf(path);
   std::optional<Verdict> best;
   for (const auto& rule : rules_) {
     const Verdict& verdict = rule->verdict;
     const bool wins =
         !best || verdict.weight > best->weight || (verdict.weight == best->weight && best->omit && !verdict.omit);
-    if (wins && rule->matches(path)) best = verdict;
+    if (wins && re2::RE2::PartialMatch(text, rule->pattern)) best = verdict;
   }
   return best;
 }

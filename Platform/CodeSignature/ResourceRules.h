@@ -11,7 +11,8 @@
 namespace platform::codesignature {
 
 /// The rules of a resource seal: which files of a bundle are sealed, and how. Patterns are POSIX extended regular
-/// expressions over the path below the sealed root, by bytes whatever the locale.
+/// expressions over the path below the sealed root, by bytes whatever the locale. Compiling one takes bounded memory,
+/// matching it time in proportion to the path, whatever it says.
 class ResourceRules {
  public:
   struct Verdict {
@@ -21,8 +22,9 @@ class ResourceRules {
     bool nested = false;
   };
 
-  /// errSecCSResourceRulesInvalid for a rule of another kind, a pattern that does not compile, and for back-references
-  /// and intervals, which no rule needs and which can take forever.
+  /// errSecCSResourceRulesInvalid for a rule of another kind, for a pattern that does not compile or is too large, and
+  /// for what no rule needs: intervals, collating elements, and escapes of letters and digits (back-references among
+  /// them), to which POSIX gives no meaning.
   static Result<ResourceRules> parse(const PropertyList& rules);
 
   ResourceRules(ResourceRules&&) noexcept;

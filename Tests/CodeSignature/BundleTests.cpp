@@ -1,4 +1,5 @@
 #include "CodeSignature/Digest.h"
+#include "CodeSignature/ResourceRules.h"
 #include "Platform/PropertyList.h"
 #include "SigningWorld.h"
 
@@ -223,6 +224,9 @@ TEST(BundleSignature, AcceptsOldSealsAndRefusesBrokenOnes) {
       {"no files", errSecCSResourcesInvalid, {{"rules2", rules}}},
       {"a pattern that is none", errSecCSResourceRulesInvalid, ruled(Dictionary{{"(", true}})},
       {"a pattern that explodes", errSecCSResourceRulesInvalid, ruled(Dictionary{{"((a{1,99}){1,99}){1,99}", true}})},
+      {"a pattern of repeated repetitions", errSecSuccess,
+       ruled(Dictionary{{"Q++++++++++++++++++++++++++++++++", true}})},
+      {"an escape that is a class elsewhere", errSecCSResourceRulesInvalid, ruled(Dictionary{{"^\\w", true}})},
       {"rules that leave files out", errSecSuccess, ruled(Dictionary{{"^Nothing", true}, {"^Info", false}})},
       {"a rule that leaves out what another of its weight seals", errSecCSBadResource,
        ruled(Dictionary{{"^Info\\.", true}, {"^Info", false}})},
@@ -240,6 +244,18 @@ TEST(BundleSignature, AcceptsOldSealsAndRefusesBrokenOnes) {
     request.resourceSeal = copyOf(viewOf(PropertyList(seal).serialized(PropertyList::Format::xml)));
     world.sign(app, request);
     EXPECT_EQ(world.check(app), expected);
+  }
+}
+
+TEST(ResourceRules, MatchByBytesAndTakeBackslashesInBracketsAsTheyAre) {
+  const auto rules = ResourceRules::parse(
+      PropertyList(PropertyList::Dictionary{{"^\xC3\xA9$|^\xC3\xA9..$", true}, {"^[]\\w]$", true}}));
+  ASSERT_TRUE(rules);
+  for (const char* path : {"\xC3\xA9", "\xC3\xA9\xC3\xA9", "\xC3\xA9\xFF\n", "]", "\\", "w"}) {
+    EXPECT_TRUE(rules->verdict(path)) << path;
+  }
+  for (const char* path : {"\xC3", "\xC3\xA9.", "a", "\xC3\xA9\xC3\xA9\xC3\xA9"}) {
+    EXPECT_FALSE(rules->verdict(path)) << path;
   }
 }
 
