@@ -56,12 +56,13 @@ void respond(const HTTPSServer::Handler& handler, const httplib::Request& reques
 }  // namespace
 
 struct HTTPSServer::Implementation {
-  Implementation(const Credentials& credentials, Handler answer)
+  Implementation(const Credentials& credentials, Handler answer, std::chrono::seconds idleLimit)
       : handler(std::move(answer)), server(credentials.certificate.get(), credentials.key.get()) {
     const auto forward = [this](const httplib::Request& request, httplib::Response& response) {
       respond(handler, request, response);
     };
     server.set_tcp_nodelay(true);  // or a body waits for the acknowledgement of its header
+    server.set_keep_alive_timeout(idleLimit.count());
     server.Get(".*", forward);
     server.Post(".*", forward);
     port = server.bind_to_any_port("127.0.0.1");
@@ -81,8 +82,8 @@ struct HTTPSServer::Implementation {
   std::thread thread;
 };
 
-HTTPSServer::HTTPSServer(const Credentials& credentials, Handler handler)
-    : implementation_(std::make_unique<Implementation>(credentials, std::move(handler))) {}
+HTTPSServer::HTTPSServer(const Credentials& credentials, Handler handler, std::chrono::seconds idleLimit)
+    : implementation_(std::make_unique<Implementation>(credentials, std::move(handler), idleLimit)) {}
 
 HTTPSServer::~HTTPSServer() = default;
 

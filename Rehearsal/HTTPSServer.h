@@ -2,6 +2,7 @@
 
 #include "Rehearsal/CertificateAuthority.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -35,8 +36,9 @@ class HTTPSServer {
  public:
   using Handler = std::function<HTTPResponse(const HTTPRequest&)>;
 
-  /// The credentials are used while the server lives.
-  HTTPSServer(const Credentials& credentials, Handler handler);
+  /// The credentials are used while the server lives. A connection that asks nothing for `idleLimit` is closed.
+  HTTPSServer(const Credentials& credentials, Handler handler,
+              std::chrono::seconds idleLimit = std::chrono::seconds(5));
   HTTPSServer(const HTTPSServer&) = delete;
   HTTPSServer& operator=(const HTTPSServer&) = delete;
   ~HTTPSServer();

@@ -21,6 +21,18 @@ namespace {
 
 constexpr const char* host = "data.example";
 
+/// Waits until the server on this port has closed all connections of this process.
+void awaitEnds(std::uint16_t port) {
+  for (int socket = 0; socket < 1024; ++socket) {
+    sockaddr_in server = {};
+    socklen_t length = sizeof server;
+    if (getpeername(socket, reinterpret_cast<sockaddr*>(&server), &length) != 0) continue;
+    if (server.sin_family != AF_INET || ntohs(server.sin_port) != port) continue;
+    pollfd end{.fd = socket, .events = POLLRDHUP, .revents = 0};
+    EXPECT_EQ(poll(&end, 1, 60000), 1);
+  }
+}
+
 /// Data tasks against servers of every kind.
 class DataTasks : public testing::Test {
  protected:
@@ -109,6 +121,26 @@ TEST_F(DataTasks, AreUnderWayByTheHandful) {
     EXPECT_EQ(most, 6);
   }
   session.reset();
+}
+
+TEST_F(DataTasks, DoNotCountOnConnectionsThatTheServerHasClosed) {
+  std::atomic<int> requests = 0;
+  const rehearsal::CertificateAuthority authority;
+  const auto answer = [&](const auto&) {
+    ++requests;
+    return rehearsal::HTTPResponse{.body = "!"};
+  };
+  const rehearsal::HTTPSServer server(authority.issue(host), answer, 1s);
+  mac.trust(authority.certificatePEM());
+  mac.connect(host, server.port());
+  for (const int together : {6, 1, 6}) {
+    std::vector<std::future<std::string>> answers;
+    for (int i = 0; i < together; ++i) answers.push_back(start(fmt::format("https://{}/", host)));
+    for (auto& each : answers) EXPECT_EQ(each.get(), "200 !");
+    awaitEnds(server.port());
+  }
+  session.reset();
+  EXPECT_EQ(requests, 13);
 }
 
 TEST(SerialQueue, RunsInOrderAndNotWhileSuspended) {

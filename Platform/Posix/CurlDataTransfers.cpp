@@ -9,7 +9,11 @@
 #include <cmath>
 #include <utility>
 
+#include <netinet/in.h>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace platform::posix {
 namespace {
@@ -35,6 +39,45 @@ Multi makeMulti() {
   return multi;
 }
 
+/// The sockets of the connections that are kept.
+class Sockets {
+ public:
+  /// Of every connection that this handle opens, until it is closed.
+  void follow(CURL* handle) {
+    curl_easy_setopt(handle, CURLOPT_SOCKOPTFUNCTION, &Sockets::opened);
+    curl_easy_setopt(handle, CURLOPT_SOCKOPTDATA, this);
+    curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &Sockets::closed);
+    curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, this);
+  }
+
+  /// Whether the server has closed the connection from this local port.
+  [[nodiscard]] bool hasEnded(int localPort) const {
+    const auto found = std::ranges::find(open_, localPort, &Sockets::localPort);
+    if (found == open_.end()) return false;
+    pollfd state{.fd = *found, .events = POLLRDHUP, .revents = 0};
+    return ::poll(&state, 1, 0) == 1;
+  }
+
+ private:
+  static int opened(void* self, curl_socket_t socket, curlsocktype /*purpose*/) {
+    static_cast<Sockets*>(self)->open_.push_back(socket);
+    return CURL_SOCKOPT_OK;
+  }
+  static int closed(void* self, curl_socket_t socket) {
+    std::erase(static_cast<Sockets*>(self)->open_, socket);
+    return ::close(socket);
+  }
+  static int localPort(curl_socket_t socket) {
+    sockaddr_storage address = {};
+    socklen_t length = sizeof address;
+    if (::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0) return -1;
+    // The port stands at the same place in the addresses of both families.
+    return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port);
+  }
+
+  std::vector<curl_socket_t> open_;
+};
+
 long idleSeconds(const URLRequest& request, const URLSessionConfiguration& configuration) {
   return std::max(std::lround(std::min(request.timeoutInterval, configuration.timeoutIntervalForRequest)), 1L);
 }
@@ -44,8 +87,9 @@ long idleSeconds(const URLRequest& request, const URLSessionConfiguration& confi
 /// One task while it is under way.
 class CurlDataTransfers::Transfer {
  public:
-  Transfer(Order order, const Sysroot& sysroot, const URLSessionConfiguration& configuration)
+  Transfer(Order order, const Sysroot& sysroot, const URLSessionConfiguration& configuration, Sockets& sockets)
       : order_(std::move(order)),
+        sockets_(sockets),
         idleSeconds_(idleSeconds(order_.request, configuration)),
         request_(order_.request.url, sysroot, idleSeconds_) {
     if (request_.isValid()) prepare(configuration);
@@ -55,6 +99,13 @@ class CurlDataTransfers::Transfer {
 
   [[nodiscard]] CURL* handle() const { return request_.get(); }
   [[nodiscard]] Clock::time_point idleDeadline() const { return request_.idleDeadline(); }
+
+  /// Whether nothing was sent, as the connection had ended; it takes a new one then.
+  bool beginsAnew() {
+    if (!std::exchange(hasMetEnd_, false)) return false;
+    curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
+    return isAnew_ = true;
+  }
 
   void complete(CURLcode code) {
     if (code == CURLE_OK) {
@@ -75,7 +126,7 @@ class CurlDataTransfers::Transfer {
   void prepare(const URLSessionConfiguration& configuration) {
     const double longest =
         std::min(static_cast<double>(idleSeconds_), std::max(configuration.timeoutIntervalForResource, 1.0));
-    curl_easy_setopt(handle(), CURLOPT_PRIVATE, this);
+    sockets_.follow(handle());
     curl_easy_setopt(handle(), CURLOPT_TIMEOUT, std::lround(longest));
     curl_easy_setopt(handle(), CURLOPT_QUICK_EXIT, 1L);  // a name service that hangs is not waited for
     curl_easy_setopt(handle(), CURLOPT_WRITEFUNCTION, &Transfer::append);
@@ -100,9 +151,12 @@ class CurlDataTransfers::Transfer {
   }
 
   /// A connection that is reused may end before the answer comes, and the library would send the request again; but who
-  /// can tell whether the server has not acted on it? Only a redirect makes it go out once more.
-  static int mayBeSent(void* self, char* /*peer*/, char* /*local*/, int /*peerPort*/, int /*localPort*/) {
+  /// can tell whether the server has not acted on it? Only a redirect makes it go out once more. On a connection that
+  /// the server has closed already nothing is sent: the library may not have noticed behind TLS.
+  static int mayBeSent(void* self, char* /*peer*/, char* /*local*/, int /*peerPort*/, int localPort) {
     auto& transfer = *static_cast<Transfer*>(self);
+    transfer.hasMetEnd_ = !transfer.isAnew_ && transfer.sockets_.hasEnded(localPort);
+    if (transfer.hasMetEnd_) return CURL_PREREQFUNC_ABORT;
     long redirects = 0;
     curl_easy_getinfo(transfer.handle(), CURLINFO_REDIRECT_COUNT, &redirects);
     transfer.isLost_ = ++transfer.timesSent_ > redirects + 1;
@@ -122,11 +176,14 @@ class CurlDataTransfers::Transfer {
   }
 
   Order order_;
+  Sockets& sockets_;
   long idleSeconds_;
   std::unique_ptr<curl_slist, ListFree> headers_;
   std::string body_;
   long timesSent_ = 0;
   bool isLost_ = false;
+  bool hasMetEnd_ = false;
+  bool isAnew_ = false;
   CurlRequest request_;
 };
 
@@ -142,7 +199,7 @@ class CurlDataTransfers::Worker {
   }
 
   void begin(Order order) {
-    auto transfer = std::make_unique<Transfer>(std::move(order), owner_.sysroot_, owner_.configuration_);
+    auto transfer = std::make_unique<Transfer>(std::move(order), owner_.sysroot_, owner_.configuration_, sockets_);
     if (transfer->handle() == nullptr || curl_multi_add_handle(multi(), transfer->handle()) != CURLM_OK) {
       finish(*transfer, CURLE_OUT_OF_MEMORY);
     } else {
@@ -173,9 +230,10 @@ class CurlDataTransfers::Worker {
   void end(CURL* handle, CURLcode code) {
     const auto ended = std::ranges::find(transfers_, handle, &Transfer::handle);
     if (ended == transfers_.end()) return;
+    curl_multi_remove_handle(multi(), handle);
+    if ((*ended)->beginsAnew() && curl_multi_add_handle(multi(), handle) == CURLM_OK) return;
     const std::unique_ptr<Transfer> transfer = std::move(*ended);
     transfers_.erase(ended);
-    curl_multi_remove_handle(multi(), handle);
     finish(*transfer, code);
   }
 
@@ -186,6 +244,7 @@ class CurlDataTransfers::Worker {
   }
 
   CurlDataTransfers& owner_;
+  Sockets sockets_;
   Multi multi_ = makeMulti();
   std::vector<std::unique_ptr<Transfer>> transfers_;
   Clock::time_point lastEnd_ = Clock::now();
