@@ -179,7 +179,7 @@ class KillCampaign {
   }
 
   /// What holds without a roll-back: before the replacement the old application stands, after it the new one, and the
-  /// next check completes whenever the version of what stands can be told.
+  /// next check completes whenever the version of what stands can be told: the list matches the old and the new one.
   void judge(const std::string& phase, Application killed, bool hasVersion, bool completed, Application after) {
     const bool isReplacing = phase == replaces;
     const bool isAfter = phase == "Final verification initiallyInstalledBundleVersion" ||

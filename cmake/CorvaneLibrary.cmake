@@ -5,7 +5,7 @@
 #
 # Headers are included as "<last part of FOLDER>/<header>". Each library publishes a folder of its own below the build
 # tree that holds links to just the headers it lists, so a source file sees the headers of the libraries its own library
-# DEPENDS on and nothing else: including anything further is a compile error.
+# DEPENDS on, and of those that they DEPEND on, and nothing else: including anything further is a compile error.
 function(corvane_library name)
   cmake_parse_arguments(ARG "" "FOLDER;PREFIX" "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
   if(DEFINED ARG_PREFIX)

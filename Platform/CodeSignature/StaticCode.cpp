@@ -30,10 +30,10 @@ Result<SignatureParts> partsOf(const InputFile& file, const MachOSlice& slice) {
   return partsOf(*superBlob);
 }
 
-/// The slots whose bytes are files of a bundle, whatever the signature itself has in their place.
 /// In an executable without a bundle; genuine ones take a few hundred bytes. There may be one a slice.
 constexpr std::uint64_t maximumInfoPlistSection = std::uint64_t{1} << 20U;
 
+/// For the slots whose bytes are files of a bundle, whatever the signature itself has in their place.
 void replaceComponent(SignatureParts& parts, std::uint32_t slotNumber, std::optional<Bytes> bytes) {
   parts.components.erase(slotNumber);
   if (bytes) parts.components.emplace(slotNumber, std::move(*bytes));
