@@ -53,7 +53,7 @@ class Sabotage {
       return 0;
     }
     static const std::regex varying(
-        R"([0-9A-F]{8}-[0-9A-F-]{27}|CFNetworkDownload_\w+|/proc/\d+|stand-in-mac\.\w+|\.plist\.\w+)");
+        R"([0-9A-F]{8}-[0-9A-F-]{27}|CFNetworkDownload_\w+|/proc/\d+|stand-in-mac\.\w+|\.replacement-\w+)");
     const bool isToChange = changes(call, name);
     const std::string kind =
         fmt::format("{}: {}{} {}", stage_, name, isToChange && name.starts_with("open") ? " to write" : "",
