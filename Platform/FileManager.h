@@ -30,7 +30,8 @@ class FileManager {
   /// when nothing is there. The platform's stripping of "/private" is left out.
   [[nodiscard]] virtual std::string resolvedAndStandardized(const std::string& path) const = 0;
 
-  /// The direct entries of a folder, hidden ones included, in the order the file system has them.
+  /// The direct entries of a folder, hidden ones included but not AppleDouble companions ("._…"), in the
+  /// order the file system has them.
   [[nodiscard]] virtual std::expected<std::vector<URL>, NSError> contentsOfDirectory(const URL& folder) const = 0;
 
   /// Creates the folder and those above it that are missing; a folder that is there already is a success.
@@ -42,11 +43,12 @@ class FileManager {
 
   /// Copies a file, a link (as a link) or a folder with everything in it: bytes, permissions, times, extended
   /// attributes. Nothing may be at the destination. A copy that fails midway stays as far as it came; devices, sockets
-  /// and fifos fail it. Set-user and set-group bits are dropped. ACLs and flags are left out.
+  /// and fifos fail it, and so do more than 200 folders within one another. Set-user and set-group bits are dropped.
+  /// ACLs and flags are left out.
   virtual std::expected<void, NSError> copyItem(const URL& from, const URL& to) = 0;
 
   /// Removes a file, a link (never what it leads to) or a folder with everything in it, but no other file system
-  /// mounted there. What was removed before a failure stays removed.
+  /// mounted there, nor more than 200 folders within one another. What was removed before a failure stays removed.
   virtual std::expected<void, NSError> removeItem(const URL& item) = 0;
 };
 

@@ -124,6 +124,7 @@ TEST_F(FileTree, FoldersAreMadeAndListed) {
   EXPECT_EQ(codes(files.createDirectory(at("a/b/c"))), "");
   rehearsal::writeFile(volumes / "a/.hidden", "x");
   fs::create_symlink("nowhere", volumes / "a/Dangling.app");
+  rehearsal::writeFile(volumes / "a/._Orvik.app", "a companion");
   EXPECT_EQ(codes(files.createDirectory(at("a/.hidden"))), "516/17");
   EXPECT_EQ(codes(files.createDirectory(at("a/.hidden/x"))), "512/20");
   std::vector<std::string> listed;

@@ -24,6 +24,8 @@ const NSError offline(platform::NSURLErrorDomain, -1009);
 
 /// An install by the whole agent, with a network, tools and signatures that do as told and real files.
 struct Install : World {
+  using World::fileManager_;
+
   Install() {
     installs("1.79.3");
     serves(list);
@@ -209,6 +211,28 @@ TEST(InstallStops, TrulyWhateverCallOnFilesFails) {
           << saboteur.failed;
     }
   });
+}
+
+TEST(InstallStops, WithTheRecordOfTheCallOnFilesThatFailed) {
+  const auto isInstalled = [](const URL& url) { return url.path() == "/Applications/Orvik.app"; };
+  const auto isElsewhere = [isInstalled](const URL& url) { return !isInstalled(url); };
+  const std::string error = "{Domain=NSCocoaErrorDomain, Code=512}";
+  expectStop(Touched::nothing,
+             {"Unarchive failed, couldn't copy to temporary folder: " + error, "Installer stopped, unarchiving failed"},
+             [&](Install& at) { at.fileManager_.copyFails = isElsewhere; });
+  expectStop(Touched::nothing,
+             {"Unarchive failed, couldn't get contentsOfDirectory for retrieving app name: " + error,
+              "Installer stopped, unarchiving failed"},
+             [&](Install& at) { at.fileManager_.listingFails = isElsewhere; });
+  expectStop(Touched::files,
+             {"Replacing app files failed: " + error, "Installer stopped, replacing app files failed", "Cleaning up"},
+             [&](Install& at) { at.fileManager_.copyFails = isInstalled; });
+  Install at;
+  at.fileManager_.removalFails = [](const URL&) { return true; };
+  EXPECT_THAT(at.install(),
+              testing::IsSupersetOf({"Unusual state, continuing despite app file removal failure: " + error,
+                                     std::string("Installation completed"), std::string("Cleaning up"),
+                                     "Cleanup failed removing itmes " + error}));
 }
 
 TEST_F(Install, AFailedDetachIsLoggedAndMadeUpForAtCleanup) {

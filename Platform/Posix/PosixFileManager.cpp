@@ -65,10 +65,12 @@ std::expected<std::vector<URL>, NSError> PosixFileManager::contentsOfDirectory(c
   std::error_code error;
   std::filesystem::directory_iterator entry(sysroot_.machinePath(folder.path()), error);
   for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (name.starts_with("._")) continue;
     std::error_code ignored;
     const bool isDirectory = entry->symlink_status(ignored).type() == std::filesystem::file_type::directory;
-    entries.push_back(folder.appendingPathComponent(entry->path().filename().string(),
-                                                    isDirectory ? URL::PathKind::directory : URL::PathKind::file));
+    entries.push_back(
+        folder.appendingPathComponent(name, isDirectory ? URL::PathKind::directory : URL::PathKind::file));
   }
   if (!error) return entries;
   const NSError failure = cocoaError(error.value(), Access::reading, folder.path());

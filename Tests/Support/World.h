@@ -14,15 +14,34 @@
 
 #include <gtest/gtest.h>
 
-/// The real one, with something else happening at the beginning of a copy.
+/// The real one, with something else happening at the beginning of a copy, and calls that fail when all is done.
 class InterruptibleFileManager final : public platform::posix::PosixFileManager {
  public:
   using PosixFileManager::PosixFileManager;
   std::function<void(const platform::URL& to)> atCopy = [](const platform::URL&) {};
+  std::function<bool(const platform::URL&)> copyFails = never;
+  std::function<bool(const platform::URL&)> removalFails = never;
+  std::function<bool(const platform::URL&)> listingFails = never;
 
   std::expected<void, platform::NSError> copyItem(const platform::URL& from, const platform::URL& to) override {
     atCopy(to);
-    return PosixFileManager::copyItem(from, to);
+    auto result = PosixFileManager::copyItem(from, to);
+    return copyFails(to) ? failure() : result;
+  }
+  std::expected<void, platform::NSError> removeItem(const platform::URL& item) override {
+    auto result = PosixFileManager::removeItem(item);
+    return removalFails(item) ? failure() : result;
+  }
+  std::expected<std::vector<platform::URL>, platform::NSError> contentsOfDirectory(
+      const platform::URL& folder) const override {
+    if (listingFails(folder)) return failure();
+    return PosixFileManager::contentsOfDirectory(folder);
+  }
+
+ private:
+  static bool never(const platform::URL&) { return false; }
+  static std::unexpected<platform::NSError> failure() {
+    return std::unexpected(platform::NSError(platform::NSCocoaErrorDomain, 512));
   }
 };
 
