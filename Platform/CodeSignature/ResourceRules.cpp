@@ -11,8 +11,9 @@ namespace {
 
 constexpr std::size_t maximumRules = 256;
 constexpr std::size_t maximumPattern = 1024;
-/// Bytes that a compiled pattern and the states of its matching may take; the longest rules in use need a tenth of it.
-constexpr std::int64_t maximumMemory = 256 * 1024;
+/// Bytes that a compiled pattern and the states of its matching may take: the longest of the usual rules needs a
+/// quarter. Where there is not room for the states a text is matched without them, more slowly.
+constexpr std::int64_t maximumMemory = std::int64_t{256} << 10U;
 
 re2::RE2::Options posixSyntax() {
   re2::RE2::Options options;

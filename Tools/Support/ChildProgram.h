@@ -24,7 +24,7 @@ class ChildProgram {
     std::vector<std::string> words;  ///< the program and its arguments
     int input = -1;                  ///< becomes its standard input; -1 for /dev/null
     int outputAs = 1;                ///< the descriptor under which it finds the pipe that output() reads
-    std::string workingFolder = {};  ///< empty for the starter's own
+    std::string workingFolder;       ///< empty for the starter's own
   };
 
   /// The running program or the errno. A program that does not exist starts and finishes with status 127.
