@@ -5,13 +5,16 @@
 #include "Support/RawServer.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <condition_variable>
+#include <cstring>
 #include <future>
 #include <mutex>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 
 using namespace std::chrono_literals;
@@ -20,15 +23,17 @@ using fakes::RawServer;
 namespace {
 
 constexpr const char* host = "data.example";
+constexpr const char* redirect = "HTTP/1.1 307 There\r\nLocation: /there\r\nContent-Length: 0\r\n\r\n";
+constexpr const char* exclamation = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n!";
 
-/// Waits until the server on this port has closed all connections of this process.
+/// Waits until the server on this port has closed, or begun to close, all connections of this process.
 void awaitEnds(std::uint16_t port) {
   for (int socket = 0; socket < 1024; ++socket) {
     sockaddr_in server = {};
     socklen_t length = sizeof server;
     if (getpeername(socket, reinterpret_cast<sockaddr*>(&server), &length) != 0) continue;
     if (server.sin_family != AF_INET || ntohs(server.sin_port) != port) continue;
-    pollfd end{.fd = socket, .events = POLLRDHUP, .revents = 0};
+    pollfd end{.fd = socket, .events = POLLIN | POLLRDHUP, .revents = 0};
     EXPECT_EQ(poll(&end, 1, 60000), 1);
   }
 }
@@ -82,9 +87,7 @@ TEST_F(DataTasks, ShareAConnectionAndAreSentOnce) {
   std::atomic<int> requests = 0;
   const RawServer server([&](int connection) {
     ++connections;
-    for (const char* answer :
-         {"HTTP/1.1 307 There\r\nLocation: /there\r\nContent-Length: 0\r\n\r\n",
-          "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n!", "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n!", ""}) {
+    for (const char* answer : {redirect, exclamation, exclamation, ""}) {
       requests += RawServer::answer(connection, answer) ? 1 : 0;
     }
   });
@@ -141,6 +144,31 @@ TEST_F(DataTasks, DoNotCountOnConnectionsThatTheServerHasClosed) {
   }
   session.reset();
   EXPECT_EQ(requests, 13);
+}
+
+TEST_F(DataTasks, DoNotCountOnConnectionsThatTheServerIsClosing) {
+  const rehearsal::CertificateAuthority authority;
+  const rehearsal::Credentials credentials = authority.issue(host);
+  const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+  SSL_CTX_use_certificate(context.get(), credentials.certificate.get());
+  SSL_CTX_use_PrivateKey(context.get(), credentials.key.get());
+  const RawServer server([&](int connection) {
+    const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context.get()), SSL_free);
+    SSL_set_fd(tls.get(), connection);
+    SSL_accept(tls.get());
+    std::array<char, 4096> request{};
+    if (SSL_read(tls.get(), request.data(), request.size()) <= 0) return;
+    SSL_write(tls.get(), exclamation, static_cast<int>(std::strlen(exclamation)));
+    SSL_shutdown(tls.get());  // says so, and leaves it to the client to close
+    RawServer::waitForClose(connection);
+  });
+  mac.trust(authority.certificatePEM());
+  mac.connect(host, server.port());
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(start(fmt::format("https://{}/", host)).get(), "200 !");
+    awaitEnds(server.port());
+  }
+  session.reset();
 }
 
 TEST(SerialQueue, RunsInOrderAndNotWhileSuspended) {

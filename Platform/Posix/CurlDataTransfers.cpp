@@ -50,12 +50,23 @@ class Sockets {
     curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, this);
   }
 
-  /// Whether the server has closed the connection from this local port.
+  /// Whether the server has closed the connection from this local port, or has sent something on it unasked: behind TLS
+  /// that is how it begins to close.
   [[nodiscard]] bool hasEnded(int localPort) const {
     const auto found = std::ranges::find(open_, localPort, &Sockets::localPort);
     if (found == open_.end()) return false;
-    pollfd state{.fd = *found, .events = POLLRDHUP, .revents = 0};
+    const bool isAsked = std::ranges::find(asked_, localPort) != asked_.end();
+    const int events = isAsked ? POLLRDHUP : POLLRDHUP | POLLIN;
+    pollfd state{.fd = *found, .events = static_cast<short>(events), .revents = 0};
     return ::poll(&state, 1, 0) == 1;
+  }
+
+  /// A request has gone out from this local port; several at a time where they share a connection.
+  void ask(int localPort) { asked_.push_back(localPort); }
+  /// It has got its answer or will get none.
+  void answer(int localPort) {
+    const auto found = std::ranges::find(asked_, localPort);
+    if (found != asked_.end()) asked_.erase(found);
   }
 
  private:
@@ -76,6 +87,7 @@ class Sockets {
   }
 
   std::vector<curl_socket_t> open_;
+  std::vector<int> asked_;  // local ports
 };
 
 long idleSeconds(const URLRequest& request, const URLSessionConfiguration& configuration) {
@@ -96,6 +108,7 @@ class CurlDataTransfers::Transfer {
   }
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
+  ~Transfer() { sockets_.answer(localPort_); }
 
   [[nodiscard]] CURL* handle() const { return request_.get(); }
   [[nodiscard]] Clock::time_point idleDeadline() const { return request_.idleDeadline(); }
@@ -104,6 +117,7 @@ class CurlDataTransfers::Transfer {
   bool beginsAnew() {
     if (!std::exchange(hasMetEnd_, false)) return false;
     curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
+    timesSent_ = 0;
     return isAnew_ = true;
   }
 
@@ -155,7 +169,9 @@ class CurlDataTransfers::Transfer {
   /// the server has closed already nothing is sent: the library may not have noticed behind TLS.
   static int mayBeSent(void* self, char* /*peer*/, char* /*local*/, int /*peerPort*/, int localPort) {
     auto& transfer = *static_cast<Transfer*>(self);
+    transfer.sockets_.answer(std::exchange(transfer.localPort_, localPort));
     transfer.hasMetEnd_ = !transfer.isAnew_ && transfer.sockets_.hasEnded(localPort);
+    transfer.sockets_.ask(localPort);
     if (transfer.hasMetEnd_) return CURL_PREREQFUNC_ABORT;
     long redirects = 0;
     curl_easy_getinfo(transfer.handle(), CURLINFO_REDIRECT_COUNT, &redirects);
@@ -180,6 +196,7 @@ class CurlDataTransfers::Transfer {
   long idleSeconds_;
   std::unique_ptr<curl_slist, ListFree> headers_;
   std::string body_;
+  int localPort_ = 0;
   long timesSent_ = 0;
   bool isLost_ = false;
   bool hasMetEnd_ = false;

@@ -1,9 +1,13 @@
 #include "Posix/CurlRequest.h"
 
+#include "Posix/FileDescriptor.h"
 #include "Posix/RegularFile.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <sstream>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace platform::posix {
@@ -32,6 +36,10 @@ curl_slist* connectToLines(const Sysroot& sysroot) {
   return lines;
 }
 
+bool isMissingRoute(long systemError) {
+  return systemError == ENETUNREACH || systemError == ENETDOWN || systemError == EHOSTUNREACH;
+}
+
 }  // namespace
 
 CurlRequest::CurlRequest(const URL& url, const Sysroot& sysroot, long idleSeconds)
@@ -51,6 +59,8 @@ CurlRequest::CurlRequest(const URL& url, const Sysroot& sysroot, long idleSecond
   curl_easy_setopt(handle, CURLOPT_MAXREDIRS, maximumRedirects);
   curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
   curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, idleSeconds);
+  curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, &CurlRequest::openSocket);
+  curl_easy_setopt(handle, CURLOPT_OPENSOCKETDATA, this);
   curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &CurlRequest::checkIdle);
   curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
@@ -73,7 +83,16 @@ URLResponse CurlRequest::response(const URL& url) const {
 long CurlRequest::systemError() const {
   long systemError = 0;
   curl_easy_getinfo(handle_.get(), CURLINFO_OS_ERRNO, &systemError);
-  return systemError;
+  return hasRoute_ && isMissingRoute(systemError) ? 0 : systemError;
+}
+
+curl_socket_t CurlRequest::openSocket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
+  // To connect a datagram socket sends nothing, but takes a route.
+  const FileDescriptor probe(::socket(address->family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (probe && ::connect(probe.get(), &address->addr, address->addrlen) == 0) {
+    static_cast<CurlRequest*>(self)->hasRoute_ = true;
+  }
+  return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
 int CurlRequest::checkIdle(void* self, curl_off_t /*toReceive*/, curl_off_t received, curl_off_t /*toSend*/,

@@ -28,10 +28,12 @@ class CurlRequest {
   [[nodiscard]] std::chrono::steady_clock::time_point idleDeadline() const { return lastProgress_ + idleLimit_; }
   /// What has come of the transfer; `url` is the one asked for.
   [[nodiscard]] URLResponse response(const URL& url) const;
-  /// The errno of the failed connection, 0 when there is none.
+  /// The errno of the failed connection; 0 when there is none. Of a server with several addresses curl tells the last
+  /// one's, so a missing route counts only where none of those that were tried has one.
   [[nodiscard]] long systemError() const;
 
  private:
+  static curl_socket_t openSocket(void* self, curlsocktype, curl_sockaddr* address);
   static int checkIdle(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent);
 
   struct HandleCleanup {
@@ -44,6 +46,7 @@ class CurlRequest {
   std::unique_ptr<curl_slist, ListFree> connectTo_;
   std::unique_ptr<CURL, HandleCleanup> handle_;
   std::chrono::seconds idleLimit_;
+  bool hasRoute_ = false;
   curl_off_t transferred_ = 0;
   std::chrono::steady_clock::time_point lastProgress_;
 };
