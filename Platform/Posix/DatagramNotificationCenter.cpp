@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace platform::posix {
@@ -51,6 +52,8 @@ std::shared_ptr<DatagramNotificationCenter::Listener> DatagramNotificationCenter
   if (!address || bind(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
     return nullptr;
   }
+  // What tidies up temporary folders leaves sticky files alone; it cannot tell that this one is in use.
+  static_cast<void>(fchmodat(folder.get(), file.c_str(), S_ISVTX | 0700, 0));
   auto listener = std::make_shared<Listener>(std::move(folder), std::move(file), asio::posix::stream_descriptor(io_));
   asio::error_code failure;
   if (listener->socket.assign(socket.get(), failure); failure) return nullptr;
