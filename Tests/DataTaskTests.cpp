@@ -38,6 +38,56 @@ void awaitEnds(std::uint16_t port) {
   }
 }
 
+/// The server's end of a connection over TLS.
+class TLSConnection {
+ public:
+  TLSConnection(SSL_CTX* context, int connection) : connection_(connection), tls_(SSL_new(context), SSL_free) {
+    SSL_set_fd(tls_.get(), connection);
+    SSL_accept(tls_.get());
+  }
+  [[nodiscard]] SSL* get() const { return tls_.get(); }
+  /// Whether there was something to read.
+  [[nodiscard]] bool read() const {
+    std::array<char, 4096> request{};
+    return SSL_read(tls_.get(), request.data(), request.size()) > 0;
+  }
+  void write(const char* text) const { SSL_write(tls_.get(), text, static_cast<int>(std::strlen(text))); }
+  void close() const {
+    SSL_shutdown(tls_.get());
+    shutdown(connection_.get(), SHUT_RDWR);
+  }
+  /// From that which has something first.
+  static bool readFromEither(const TLSConnection& one, const TLSConnection& other) {
+    std::array<pollfd, 2> both{};
+    both[0] = {.fd = one.connection_.get(), .events = POLLIN, .revents = 0};
+    both[1] = {.fd = other.connection_.get(), .events = POLLIN, .revents = 0};
+    poll(both.data(), both.size(), 60000);
+    return (both[0].revents != 0 ? one : other).read();
+  }
+
+ private:
+  platform::posix::FileDescriptor connection_;
+  std::unique_ptr<SSL, decltype(&SSL_free)> tls_;
+};
+
+/// A certificate that the Mac trusts.
+class TLSContext {
+ public:
+  explicit TLSContext(rehearsal::StandInMac& mac) {
+    SSL_CTX_use_certificate(context_.get(), credentials_.certificate.get());
+    SSL_CTX_use_PrivateKey(context_.get(), credentials_.key.get());
+    mac.trust(authority_.certificatePEM());
+  }
+  [[nodiscard]] std::unique_ptr<TLSConnection> accept(int connection) const {
+    return std::make_unique<TLSConnection>(context_.get(), connection);
+  }
+
+ private:
+  rehearsal::CertificateAuthority authority_;
+  rehearsal::Credentials credentials_ = authority_.issue(host);
+  std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_{SSL_CTX_new(TLS_server_method()), SSL_CTX_free};
+};
+
 /// Data tasks against servers of every kind.
 class DataTasks : public testing::Test {
  protected:
@@ -147,28 +197,41 @@ TEST_F(DataTasks, DoNotCountOnConnectionsThatTheServerHasClosed) {
 }
 
 TEST_F(DataTasks, DoNotCountOnConnectionsThatTheServerIsClosing) {
-  const rehearsal::CertificateAuthority authority;
-  const rehearsal::Credentials credentials = authority.issue(host);
-  const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
-  SSL_CTX_use_certificate(context.get(), credentials.certificate.get());
-  SSL_CTX_use_PrivateKey(context.get(), credentials.key.get());
+  const TLSContext context(mac);
   const RawServer server([&](int connection) {
-    const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context.get()), SSL_free);
-    SSL_set_fd(tls.get(), connection);
-    SSL_accept(tls.get());
-    std::array<char, 4096> request{};
-    if (SSL_read(tls.get(), request.data(), request.size()) <= 0) return;
-    SSL_write(tls.get(), exclamation, static_cast<int>(std::strlen(exclamation)));
-    SSL_shutdown(tls.get());  // says so, and leaves it to the client to close
+    const auto tls = context.accept(dup(connection));
+    if (tls->read()) tls->write(exclamation);
+    SSL_shutdown(tls->get());  // says so, and leaves it to the client to close
     RawServer::waitForClose(connection);
   });
-  mac.trust(authority.certificatePEM());
   mac.connect(host, server.port());
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(start(fmt::format("https://{}/", host)).get(), "200 !");
     awaitEnds(server.port());
   }
   session.reset();
+}
+
+TEST_F(DataTasks, AreNotSentAgainOnAnotherConnectionThatEnds) {
+  const TLSContext context(mac);
+  std::atomic<int> requests = 0;
+  std::vector<std::unique_ptr<TLSConnection>> connections;  // the server's alone
+  const RawServer server([&](int connection) {
+    connections.push_back(context.accept(dup(connection)));
+    requests += connections.back()->read() ? 1 : 0;
+    if (connections.size() == 1) return;
+    for (const auto& each : connections) each->write(exclamation);
+    if (connections.size() > 2) return;
+    requests += TLSConnection::readFromEither(*connections[0], *connections[1]) ? 1 : 0;
+    for (const auto& each : connections) each->close();
+  });
+  mac.connect(host, server.port());
+  auto one = start(fmt::format("https://{}/", host));
+  auto another = start(fmt::format("https://{}/", host));
+  EXPECT_EQ(one.get() + another.get(), "200 !200 !");
+  EXPECT_EQ(start(fmt::format("https://{}/", host)).get(), "-1005");
+  session.reset();
+  EXPECT_EQ(requests, 3);
 }
 
 TEST(SerialQueue, RunsInOrderAndNotWhileSuspended) {

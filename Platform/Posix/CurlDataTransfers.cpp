@@ -115,10 +115,9 @@ class CurlDataTransfers::Transfer {
 
   /// Whether nothing was sent, as the connection had ended; it takes a new one then.
   bool beginsAnew() {
-    if (!std::exchange(hasMetEnd_, false)) return false;
+    if (!hasMetEnd_ || std::exchange(isAnew_, true)) return false;
     curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
-    timesSent_ = 0;
-    return isAnew_ = true;
+    return true;
   }
 
   void complete(CURLcode code) {
@@ -165,18 +164,21 @@ class CurlDataTransfers::Transfer {
   }
 
   /// A connection that is reused may end before the answer comes, and the library would send the request again; but who
-  /// can tell whether the server has not acted on it? Only a redirect makes it go out once more. On a connection that
-  /// the server has closed already nothing is sent: the library may not have noticed behind TLS.
+  /// can tell whether the server has not acted on it? Only a redirect makes it go out once more. On a kept connection
+  /// that the server has closed already nothing is sent: the library may not have noticed behind TLS.
   static int mayBeSent(void* self, char* /*peer*/, char* /*local*/, int /*peerPort*/, int localPort) {
     auto& transfer = *static_cast<Transfer*>(self);
-    transfer.sockets_.answer(std::exchange(transfer.localPort_, localPort));
-    transfer.hasMetEnd_ = !transfer.isAnew_ && transfer.sockets_.hasEnded(localPort);
-    transfer.sockets_.ask(localPort);
-    if (transfer.hasMetEnd_) return CURL_PREREQFUNC_ABORT;
+    transfer.sockets_.answer(std::exchange(transfer.localPort_, 0));
     long redirects = 0;
     curl_easy_getinfo(transfer.handle(), CURLINFO_REDIRECT_COUNT, &redirects);
-    transfer.isLost_ = ++transfer.timesSent_ > redirects + 1;
-    return transfer.isLost_ ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    transfer.isLost_ = transfer.timesSent_ > redirects;
+    long newConnections = 0;
+    curl_easy_getinfo(transfer.handle(), CURLINFO_NUM_CONNECTS, &newConnections);
+    transfer.hasMetEnd_ = transfer.timesSent_ == 0 && newConnections == 0 && transfer.sockets_.hasEnded(localPort);
+    if (transfer.isLost_ || transfer.hasMetEnd_) return CURL_PREREQFUNC_ABORT;
+    ++transfer.timesSent_;
+    transfer.sockets_.ask(transfer.localPort_ = localPort);
+    return CURL_PREREQFUNC_OK;
   }
 
   void addHeader(const std::string& line) {

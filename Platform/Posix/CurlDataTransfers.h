@@ -16,7 +16,8 @@ namespace platform::posix {
 /// A session's data tasks: one curl multi handle driven by one thread, however many tasks there are and however long
 /// their servers take. Connections are kept for the tasks that follow, one connection carrying several where the server
 /// speaks HTTP/2. No task waits for another's connection to be ready: one that hangs holds back nobody. A POST goes out
-/// once: where the server had closed the connection before, on a new one; where it closes under the request, no more.
+/// once: where the server had closed the kept connection before, on a new one; where it closes under the request, no
+/// more.
 ///
 /// Thread and connections go fifteen seconds after the last task: long enough for a run of records or steps, and
 /// nothing is held while nothing happens. A waiting task is no more than its request and completion.
