@@ -1,8 +1,11 @@
 #include "CodeSignature/ResourceRules.h"
 
+#include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
 #include <re2/re2.h>
 
@@ -65,9 +68,16 @@ class Translation {
   }
 
   bool takeElement() {
+    const bool isBehindAnchor = std::exchange(isBehindAnchor_, rest_.front() == '^');
     switch (rest_.front()) {
       case '{':
         return false;
+      case '*':
+      case '+':
+      case '?':
+        if (isBehindAnchor) return false;
+        take(1);
+        return true;
       case '\\':
         return takeEscape();
       case '[':
@@ -80,9 +90,12 @@ class Translation {
 
   bool takeEscape() {
     constexpr std::string_view anchorsElsewhere = "<>`'";
-    if (rest_.size() < 2 || std::ispunct(static_cast<unsigned char>(rest_[1])) == 0) return false;
-    if (anchorsElsewhere.contains(rest_[1])) return false;
-    take(2);
+    rest_.remove_prefix(1);
+    if (rest_.empty() || anchorsElsewhere.contains(rest_.front())) return false;
+    const auto escaped = static_cast<unsigned char>(rest_.front());
+    if (std::isalnum(escaped) != 0) return false;
+    if (std::ispunct(escaped) != 0 && escaped != '_') result_ += '\\';
+    take(1);
     return true;
   }
 
@@ -91,16 +104,15 @@ class Translation {
     if (rest_.starts_with('^')) take(1);
     // A closing bracket that comes first stands for itself.
     if (rest_.starts_with(']')) take(1);
-    while (!rest_.empty()) {
+    for (bool isFirst = true; !rest_.empty(); isFirst = false) {
       if (rest_.starts_with(']')) {
         take(1);
         return true;
       }
       if (rest_.starts_with("[.") || rest_.starts_with("[=")) return false;
+      if (rest_.starts_with("-[:") && !isFirst) return false;
       if (rest_.starts_with("[:")) {
-        const std::size_t end = rest_.find(":]", 2);
-        if (end == std::string_view::npos) return false;
-        take(end + 2);
+        if (!takeCharacterClass()) return false;
         continue;
       }
       if (rest_.starts_with('\\')) result_ += '\\';
@@ -109,8 +121,20 @@ class Translation {
     return false;
   }
 
+  /// Those of POSIX; RE2 has more.
+  bool takeCharacterClass() {
+    constexpr std::array names = {"alnum", "alpha", "blank", "cntrl", "digit", "graph",
+                                  "lower", "print", "punct", "space", "upper", "xdigit"};
+    const std::size_t end = rest_.find(":]", 2);
+    if (end == std::string_view::npos) return false;
+    if (std::ranges::find(names, rest_.substr(2, end - 2)) == names.end()) return false;
+    take(end + 2);
+    return true;
+  }
+
   std::string_view rest_;
   std::string result_;
+  bool isBehindAnchor_ = false;
 };
 
 bool flag(const PropertyList& rule, std::string_view key) {

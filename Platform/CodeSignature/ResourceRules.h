@@ -23,8 +23,9 @@ class ResourceRules {
   };
 
   /// errSecCSResourceRulesInvalid for a rule of another kind, for a pattern that does not compile or is too large, and
-  /// for what no rule needs: intervals, collating elements, and escapes of letters and digits (back-references among
-  /// them), to which POSIX gives no meaning.
+  /// for what no rule needs: intervals, collating elements, a closing parenthesis without its opening one, and what
+  /// POSIX gives no meaning: escapes of letters and digits (back-references among them) and of ``< > ` '``, and a
+  /// repetition first or behind an anchor, a bar or an opening parenthesis.
   static Result<ResourceRules> parse(const PropertyList& rules);
 
   ResourceRules(ResourceRules&&) noexcept;

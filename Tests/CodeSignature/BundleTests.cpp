@@ -226,7 +226,6 @@ TEST(BundleSignature, AcceptsOldSealsAndRefusesBrokenOnes) {
       {"a pattern that explodes", errSecCSResourceRulesInvalid, ruled(Dictionary{{"((a{1,99}){1,99}){1,99}", true}})},
       {"a pattern of repeated repetitions", errSecSuccess,
        ruled(Dictionary{{"Q++++++++++++++++++++++++++++++++", true}})},
-      {"an escape that is a class elsewhere", errSecCSResourceRulesInvalid, ruled(Dictionary{{"^\\w", true}})},
       {"rules that leave files out", errSecSuccess, ruled(Dictionary{{"^Nothing", true}, {"^Info", false}})},
       {"a rule that leaves out what another of its weight seals", errSecCSBadResource,
        ruled(Dictionary{{"^Info\\.", true}, {"^Info", false}})},
@@ -247,7 +246,7 @@ TEST(BundleSignature, AcceptsOldSealsAndRefusesBrokenOnes) {
   }
 }
 
-TEST(ResourceRules, MatchByBytesAndTakeBackslashesInBracketsAsTheyAre) {
+TEST(ResourceRules, MatchByBytesAndAreWhatPosixSays) {
   const auto rules = ResourceRules::parse(
       PropertyList(PropertyList::Dictionary{{"^\xC3\xA9$|^\xC3\xA9..$", true}, {"^[]\\w]$", true}}));
   ASSERT_TRUE(rules);
@@ -256,6 +255,10 @@ TEST(ResourceRules, MatchByBytesAndTakeBackslashesInBracketsAsTheyAre) {
   }
   for (const char* path : {"\xC3", "\xC3\xA9.", "a", "\xC3\xA9\xC3\xA9\xC3\xA9"}) {
     EXPECT_FALSE(rules->verdict(path)) << path;
+  }
+  for (const char* pattern : {"^\\w", "^\\1", "a\\<", "a{2}", "^*a", "a|^?b", "[!-[:alpha:]]", "[!-[:a]{9}:]]",
+                              "[[:word:]]", "[[=a=]]", "[[.a.]]", "a)", "\\", "[a"}) {
+    EXPECT_FALSE(ResourceRules::parse(PropertyList(PropertyList::Dictionary{{pattern, true}}))) << pattern;
   }
 }
 
