@@ -23,7 +23,6 @@ std::string timestamp() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   tm local{};
-  tzset();  // localtime_r by itself would keep to the time zone of the first record
   localtime_r(&now.tv_sec, &local);
   std::array<char, 32> date{};
   std::array<char, 8> offset{};
