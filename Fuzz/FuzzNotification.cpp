@@ -15,7 +15,7 @@ using namespace platform;
 class Post {
  public:
   Post() {
-    center_.addObserver(this, "known", SuspensionBehavior::deliverImmediately, {});
+    center_.addObserver(this, "known", SuspensionBehavior::deliverImmediately, [](const DistributedNotification&) {});
     const std::filesystem::path socket = *std::filesystem::directory_iterator(folder_.path() + "/distnoted");
     address_.sun_family = AF_UNIX;
     socket.string().copy(address_.sun_path, sizeof address_.sun_path - 1);
