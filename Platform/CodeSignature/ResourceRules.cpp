@@ -1,5 +1,7 @@
 #include "CodeSignature/ResourceRules.h"
 
+#include "Platform/UTF8.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -33,15 +35,7 @@ re2::RE2::Options posixSyntax() {
 std::string charactersOf(std::string_view bytes) {
   std::string result;
   result.reserve(bytes.size());
-  for (const char byte : bytes) {
-    const auto value = static_cast<unsigned char>(byte);
-    if (value < 0x80) {
-      result += byte;
-    } else {
-      result += static_cast<char>(0xC0 | (value >> 6));
-      result += static_cast<char>(0x80 | (value & 0x3F));
-    }
-  }
+  for (const char byte : bytes) appendScalar(result, static_cast<std::uint8_t>(byte));
   return result;
 }
 
