@@ -115,7 +115,7 @@ class CurlDataTransfers::Transfer {
 
   /// Whether nothing was sent, as the connection had ended; it takes a new one then.
   bool beginsAnew() {
-    if (!hasMetEnd_ || std::exchange(isAnew_, true)) return false;
+    if (refusal_ != Refusal::hasEnded || std::exchange(isAnew_, true)) return false;
     curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
     return true;
   }
@@ -124,7 +124,7 @@ class CurlDataTransfers::Transfer {
     if (code == CURLE_OK) {
       order_.completion(body_, request_.response(order_.request.url), std::nullopt);
     } else {
-      if (code == CURLE_ABORTED_BY_CALLBACK && isLost_) code = CURLE_GOT_NOTHING;
+      if (code == CURLE_ABORTED_BY_CALLBACK && refusal_ == Refusal::wasSent) code = CURLE_GOT_NOTHING;
       const bool tooLong = code == CURLE_WRITE_ERROR;
       order_.completion(std::nullopt, std::nullopt,
                         tooLong ? dataTooLongError() : urlError(code, request_.systemError()));
@@ -132,6 +132,8 @@ class CurlDataTransfers::Transfer {
   }
 
  private:
+  /// Why the request did not go out, or not again.
+  enum class Refusal { none, wasSent, hasEnded };
   struct ListFree {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
   };
@@ -171,14 +173,19 @@ class CurlDataTransfers::Transfer {
     transfer.sockets_.answer(std::exchange(transfer.localPort_, 0));
     long redirects = 0;
     curl_easy_getinfo(transfer.handle(), CURLINFO_REDIRECT_COUNT, &redirects);
-    transfer.isLost_ = transfer.timesSent_ > redirects;
+    if (transfer.timesSent_ > redirects) return transfer.refuse(Refusal::wasSent);
     long newConnections = 0;
     curl_easy_getinfo(transfer.handle(), CURLINFO_NUM_CONNECTS, &newConnections);
-    transfer.hasMetEnd_ = transfer.timesSent_ == 0 && newConnections == 0 && transfer.sockets_.hasEnded(localPort);
-    if (transfer.isLost_ || transfer.hasMetEnd_) return CURL_PREREQFUNC_ABORT;
+    const bool isKept = transfer.timesSent_ == 0 && newConnections == 0;
+    if (isKept && transfer.sockets_.hasEnded(localPort)) return transfer.refuse(Refusal::hasEnded);
     ++transfer.timesSent_;
     transfer.sockets_.ask(transfer.localPort_ = localPort);
     return CURL_PREREQFUNC_OK;
+  }
+
+  int refuse(Refusal reason) {
+    refusal_ = reason;
+    return CURL_PREREQFUNC_ABORT;
   }
 
   void addHeader(const std::string& line) {
@@ -200,8 +207,7 @@ class CurlDataTransfers::Transfer {
   std::string body_;
   int localPort_ = 0;
   long timesSent_ = 0;
-  bool isLost_ = false;
-  bool hasMetEnd_ = false;
+  Refusal refusal_ = Refusal::none;
   bool isAnew_ = false;
   CurlRequest request_;
 };
